@@ -1,0 +1,42 @@
+// Host stand-in for the HIDL base interface: the death-notification and liveness methods that
+// every interface inherits. Implementations in tests override linkToDeath/unlinkToDeath to act
+// as a remote process.
+#pragma once
+
+#include <hidl/HidlSupport.h>
+#include <hidl/Status.h>
+#include <utils/RefBase.h>
+#include <utils/StrongPointer.h>
+
+namespace android {
+namespace hidl {
+namespace base {
+namespace V1_0 {
+
+struct IBase : virtual public ::android::RefBase {
+    typedef ::android::hardware::details::i_tag _hidl_tag;
+
+    static const char* descriptor;
+
+    virtual bool isRemote() const { return false; }
+
+    // An in-process object cannot die apart from its caller: linking succeeds and never fires.
+    virtual ::android::hardware::Return<bool> linkToDeath(
+            const ::android::sp<::android::hardware::hidl_death_recipient>& recipient,
+            uint64_t cookie) {
+        (void)recipient;
+        (void)cookie;
+        return true;
+    }
+    virtual ::android::hardware::Return<bool> unlinkToDeath(
+            const ::android::sp<::android::hardware::hidl_death_recipient>& recipient) {
+        (void)recipient;
+        return true;
+    }
+    virtual ::android::hardware::Return<void> ping() { return ::android::hardware::Void(); }
+};
+
+}  // namespace V1_0
+}  // namespace base
+}  // namespace hidl
+}  // namespace android

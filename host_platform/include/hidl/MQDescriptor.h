@@ -1,0 +1,2 @@
+// Host stand-in: the vendor package uses no fast message queues.
+#pragma once

@@ -1,0 +1,122 @@
+#define LOG_TAG "AR_impl_Act"
+
+#include "ActivityRecognition.h"
+
+#include <new>
+
+#include <log/log.h>
+#include <utils/Mutex.h>
+
+namespace vendor {
+namespace quarn {
+namespace hardware {
+namespace activity_recognition {
+namespace V1_1 {
+namespace implementation {
+
+namespace {
+// Serialises the lazy creation of the activity interface.
+::android::Mutex sActivityInterfaceLock;
+}  // namespace
+
+ActivityRecognition::ActivityRecognition(activity_recognition_module* module,
+                                         activity_recognition_device* device)
+    : mDevice(device), mModule(module), mActivityInterface(nullptr),
+      mEnvironmentInterface(nullptr) {}
+
+ActivityRecognition::~ActivityRecognition() {
+    if (mDevice != nullptr) {
+        mDevice->common.close(&mDevice->common);
+    }
+    ALOGI("Deconstruct ActivityRecognition");
+    mDevice = nullptr;
+    mModule = nullptr;
+    // The interfaces may outlive this object while clients hold them.
+    mEnvironmentInterface.clear();
+    mActivityInterface.clear();
+}
+
+Return<sp<V1_0::IActivityInterface>> ActivityRecognition::getActivityInterface() {
+    ALOGI("1.1 Activity compatible 1.0");
+    getActivityInterfaceV1_1();
+    return sp<V1_0::IActivityInterface>(mActivityInterface);
+}
+
+Return<sp<V1_0::IEnvironmentInterface>> ActivityRecognition::getEnvironmentInterface() {
+    ALOGI("1.1 ENV compatible 1.0");
+    getEnvironmentInterfaceV1_1();
+    return sp<V1_0::IEnvironmentInterface>(mEnvironmentInterface);
+}
+
+// Double-checked: the first test reads the pointer without the lock.
+Return<sp<V1_1::IActivityInterface>> ActivityRecognition::getActivityInterfaceV1_1() {
+    if (mActivityInterface == nullptr) {
+        ::android::Mutex::Autolock lock(sActivityInterfaceLock);
+        if (mActivityInterface == nullptr) {
+            const activity_interface* table = mDevice->get_activity_interface(mDevice);
+            if (table == nullptr) {
+                ALOGE("%s ActivityInterface interface not implemented by ar HAL",
+                      "getActivityInterfaceV1_1");
+            } else {
+                mActivityInterface = new (std::nothrow) ActivityInterface(table);
+                if (mActivityInterface == nullptr) {
+                    ALOGE("getActivityInterfaceV1_1 mActivityInterface new failed");
+                    return sp<V1_1::IActivityInterface>(nullptr);
+                }
+            }
+        }
+    }
+    return sp<V1_1::IActivityInterface>(mActivityInterface);
+}
+
+// Unlike the activity side, creation here is not serialised.
+Return<sp<V1_1::IEnvironmentInterface>> ActivityRecognition::getEnvironmentInterfaceV1_1() {
+    if (mEnvironmentInterface == nullptr) {
+        const environment_interface* table = mDevice->get_environment_interface(mDevice);
+        if (table == nullptr) {
+            ALOGE("%s EnvironmentInterface interface not implemented by ar HAL",
+                  "getEnvironmentInterfaceV1_1");
+        } else {
+            mEnvironmentInterface = new (std::nothrow) EnvironmentInterface(table);
+            if (mEnvironmentInterface == nullptr) {
+                ALOGE("getEnvironmentInterfaceV1_1 mEnvironmentInterface new failed");
+                return sp<V1_1::IEnvironmentInterface>(nullptr);
+            }
+        }
+    }
+    return sp<V1_1::IEnvironmentInterface>(mEnvironmentInterface);
+}
+
+IActivityRecognition* HIDL_FETCH_IActivityRecognition(const char* /* name */) {
+    const hw_module_t* hwModule = nullptr;
+    int err = hw_get_module(ACTIVITY_RECOGNITION_HARDWARE_MODULE_ID, &hwModule);
+    if (err != 0) {
+        ALOGE("hw_get_module %s failed: %d", ACTIVITY_RECOGNITION_HARDWARE_MODULE_ID, err);
+        return nullptr;
+    }
+    hw_device_t* hwDevice = nullptr;
+    err = hwModule->methods->open(hwModule, ACTIVITY_RECOGNITION_HIDL_DEVICE, &hwDevice);
+    ActivityRecognition* service = nullptr;
+    if (err == 0) {
+        // The legacy records begin with the platform's module and device records.
+        auto* module = reinterpret_cast<activity_recognition_module*>(
+                const_cast<hw_module_t*>(hwModule));
+        auto* device = reinterpret_cast<activity_recognition_device*>(hwDevice);
+        service = new (std::nothrow) ActivityRecognition(module, device);
+        if (service == nullptr) {
+            // The device stays open: nothing owns it any more.
+            ALOGE("iface new failed");
+            return nullptr;
+        }
+    }
+    ALOGI("activity_recognition_impl V1.1 open %s result: %d", ACTIVITY_RECOGNITION_HIDL_DEVICE,
+          err);
+    return service;
+}
+
+}  // namespace implementation
+}  // namespace V1_1
+}  // namespace activity_recognition
+}  // namespace hardware
+}  // namespace quarn
+}  // namespace vendor

@@ -1,0 +1,95 @@
+#include "LogCapture.h"
+
+#include <android/log.h>
+
+#include <mutex>
+#include <sstream>
+
+namespace artest {
+namespace {
+
+std::mutex gLock;
+std::vector<LogLine>* gLines = nullptr;
+
+void captureLogger(const struct __android_logger_data* data, const char* message) {
+    std::lock_guard<std::mutex> guard(gLock);
+    if (gLines != nullptr) {
+        gLines->push_back({data->priority, data->tag ? data->tag : "", message ? message : ""});
+    }
+}
+
+std::string describe(const std::vector<LogLine>& lines) {
+    std::ostringstream out;
+    for (const LogLine& line : lines) {
+        out << "\n  " << line.priority << " " << line.tag << ": " << line.message;
+    }
+    return out.str();
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    std::lock_guard<std::mutex> guard(gLock);
+    gLines = new std::vector<LogLine>();
+    __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+    __android_log_set_logger(captureLogger);
+}
+
+LogCapture::~LogCapture() {
+    std::lock_guard<std::mutex> guard(gLock);
+    __android_log_set_logger(__android_log_stderr_logger);
+    delete gLines;
+    gLines = nullptr;
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    std::lock_guard<std::mutex> guard(gLock);
+    return *gLines;
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> guard(gLock);
+    gLines->clear();
+}
+
+int LogCapture::count(int priority, const std::string& tag, const std::string& message) const {
+    int n = 0;
+    for (const LogLine& line : lines()) {
+        n += line.priority == priority && line.tag == tag && line.message == message;
+    }
+    return n;
+}
+
+int LogCapture::countContaining(const std::string& tag, const std::string& part) const {
+    int n = 0;
+    for (const LogLine& line : lines()) {
+        n += line.tag == tag && line.message.find(part) != std::string::npos;
+    }
+    return n;
+}
+
+std::vector<std::string> LogCapture::withTag(const std::string& tag) const {
+    std::vector<std::string> out;
+    for (const LogLine& line : lines()) {
+        if (line.tag == tag) out.push_back(std::to_string(line.priority) + " " + line.message);
+    }
+    return out;
+}
+
+::testing::AssertionResult LoggedOnce(const LogCapture& log, int priority, const std::string& tag,
+                                      const std::string& message) {
+    int n = log.count(priority, tag, message);
+    if (n == 1) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "expected once, found " << n << ": " << priority << " "
+                                         << tag << ": " << message << "\ncaptured:"
+                                         << describe(log.lines());
+}
+
+::testing::AssertionResult NotLogged(const LogCapture& log, const std::string& tag,
+                                     const std::string& part) {
+    if (log.countContaining(tag, part) == 0) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "unexpected line containing \"" << part << "\":"
+                                         << describe(log.lines());
+}
+
+}  // namespace artest

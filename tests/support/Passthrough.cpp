@@ -1,0 +1,25 @@
+#include "Passthrough.h"
+
+#include <dlfcn.h>
+
+#include <gtest/gtest.h>
+
+namespace artest {
+
+::android::sp<IActivityRecognition> fetchService(const char* instance) {
+    static void* handle = dlopen("vendor.quarn.hardware.activity_recognition@1.1-impl.so",
+                                 RTLD_NOW);
+    if (handle == nullptr) {
+        ADD_FAILURE() << "dlopen: " << dlerror();
+        return nullptr;
+    }
+    using Fetch = IActivityRecognition* (*)(const char*);
+    auto fetch = reinterpret_cast<Fetch>(dlsym(handle, "HIDL_FETCH_IActivityRecognition"));
+    if (fetch == nullptr) {
+        ADD_FAILURE() << "dlsym: " << dlerror();
+        return nullptr;
+    }
+    return fetch(instance);
+}
+
+}  // namespace artest
