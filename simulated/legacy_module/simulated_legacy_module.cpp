@@ -5,7 +5,9 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
 #include <atomic>
+#include <memory>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -30,6 +32,8 @@ struct State {
     std::vector<std::string> listStorage[2];
     std::vector<const char*> listPointers[2];
     std::vector<ar_context_event> stateStorage[2];
+    // Devices stay owned here until closed, also when their user never closes them.
+    std::vector<std::unique_ptr<activity_recognition_device>> devices;
 };
 
 State& state() {
@@ -176,11 +180,12 @@ const environment_interface* getEnvironmentInterface(activity_recognition_device
 
 int closeDevice(hw_device_t* device) {
     enter("close", {});
-    {
-        std::lock_guard<std::mutex> guard(state().lock);
-        ++state().closeCount;
-    }
-    delete reinterpret_cast<activity_recognition_device*>(device);
+    std::lock_guard<std::mutex> guard(state().lock);
+    ++state().closeCount;
+    auto& devices = state().devices;
+    devices.erase(std::remove_if(devices.begin(), devices.end(),
+                                 [device](const auto& d) { return &d->common == device; }),
+                  devices.end());
     return 0;
 }
 
@@ -193,7 +198,8 @@ int openDevice(const hw_module_t* module, const char* name, hw_device_t** device
     enter("open", {});
     if (strcmp(name, ACTIVITY_RECOGNITION_HIDL_DEVICE) != 0) return -EINVAL;
     if (result != 0) return result;
-    auto* dev = new activity_recognition_device{};
+    auto owned = std::make_unique<activity_recognition_device>();
+    auto* dev = owned.get();
     dev->common.tag = HARDWARE_DEVICE_TAG;
     dev->common.version = 1;
     dev->common.module = const_cast<hw_module_t*>(module);
@@ -201,6 +207,8 @@ int openDevice(const hw_module_t* module, const char* name, hw_device_t** device
     dev->get_activity_interface = getActivityInterface;
     dev->get_environment_interface = getEnvironmentInterface;
     *device = &dev->common;
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().devices.push_back(std::move(owned));
     return 0;
 }
 

@@ -10,7 +10,7 @@ namespace {
 // -1: disarmed; otherwise the number of allocations still to let through.
 std::atomic<int> gCountdown{-1};
 
-bool shouldFail() {
+[[maybe_unused]] bool shouldFail() {
     int current = gCountdown.load();
     while (current >= 0) {
         if (gCountdown.compare_exchange_weak(current, current - 1)) return current == 0;
@@ -18,6 +18,16 @@ bool shouldFail() {
     return false;
 }
 }  // namespace
+
+#ifdef AR_NO_FAILING_NEW
+bool canFailNothrowNew() {
+    return false;
+}
+#else
+bool canFailNothrowNew() {
+    return true;
+}
+#endif
 
 void failNextNothrowNew(int skip) {
     gCountdown = skip;
@@ -29,6 +39,7 @@ void resetNothrowNew() {
 
 }  // namespace artest
 
+#ifndef AR_NO_FAILING_NEW
 // Forwarding to the throwing forms keeps the pairing with the sanitizers' delete correct.
 __attribute__((visibility("default"))) void* operator new(size_t size,
                                                           const std::nothrow_t&) noexcept {
@@ -41,3 +52,4 @@ __attribute__((visibility("default"))) void* operator new[](size_t size,
     if (artest::shouldFail()) return nullptr;
     return ::operator new[](size);
 }
+#endif  // AR_NO_FAILING_NEW

@@ -2,9 +2,15 @@
 // HAL uses it too). Tests arm it to make a coming allocation fail.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <stddef.h>
 
 namespace artest {
+
+// False where the sanitizer runtime owns operator new (ThreadSanitizer): tests of allocation
+// failures skip themselves there.
+bool canFailNothrowNew();
 
 // Makes the next non-throwing allocation, after `skip` successful ones, answer null.
 void failNextNothrowNew(int skip = 0);
@@ -12,3 +18,8 @@ void failNextNothrowNew(int skip = 0);
 void resetNothrowNew();
 
 }  // namespace artest
+
+#define SKIP_WITHOUT_FAILING_NEW()                                                 \
+    do {                                                                           \
+        if (!artest::canFailNothrowNew()) GTEST_SKIP() << "operator new is the sanitizer's"; \
+    } while (0)

@@ -28,16 +28,19 @@ std::string describe(const std::vector<LogLine>& lines) {
 
 }  // namespace
 
+// liblog calls the logger under a lock of its own: never hold gLock while setting the logger.
 LogCapture::LogCapture() {
-    std::lock_guard<std::mutex> guard(gLock);
-    gLines = new std::vector<LogLine>();
+    {
+        std::lock_guard<std::mutex> guard(gLock);
+        gLines = new std::vector<LogLine>();
+    }
     __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
     __android_log_set_logger(captureLogger);
 }
 
 LogCapture::~LogCapture() {
-    std::lock_guard<std::mutex> guard(gLock);
     __android_log_set_logger(__android_log_stderr_logger);
+    std::lock_guard<std::mutex> guard(gLock);
     delete gLines;
     gLines = nullptr;
 }

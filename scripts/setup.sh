@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the host build needs, when any is missing. Run as root.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build ccache clang libclang-rt-14-dev clang-format clang-tidy
+  libgtest-dev libgmock-dev libbenchmark-dev
+  android-libutils-dev android-liblog-dev android-libbase-dev hidl-gen blueprint-tools
+)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
+done
+if ((${#missing[@]})); then
+  echo "setup: installing ${missing[*]}"
+  apt-get update
+  DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
+fi
