@@ -1,9 +1,8 @@
 // ar-harness: loads the HAL as the platform's passthrough service host does and reports what it
 // got from it.
+#include <android/log.h>
 #include <dlfcn.h>
 #include <stdio.h>
-
-#include <android/log.h>
 #include <vendor/quarn/hardware/activity_recognition/1.1/IActivityRecognition.h>
 
 using ::vendor::quarn::hardware::activity_recognition::V1_1::IActivityRecognition;

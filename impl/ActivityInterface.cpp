@@ -2,9 +2,8 @@
 
 #include "ActivityInterface.h"
 
-#include <string.h>
-
 #include <log/log.h>
+#include <string.h>
 
 namespace vendor {
 namespace quarn {
@@ -90,8 +89,7 @@ V1_1::ActivityEventExtendV1_1 ActivityInterface::convertACEToAEEV1_1(ar_context_
 
 void ActivityInterface::ActChangedCb(const activity_event* /* events */, int /* count */) {}
 
-void ActivityInterface::ActExtendChangedCb(const ar_context_event* /* events */,
-                                           int /* count */) {}
+void ActivityInterface::ActExtendChangedCb(const ar_context_event* /* events */, int /* count */) {}
 
 Return<void> ActivityInterface::registerActivityCallback(
         const sp<V1_0::IActivityChangedCallback>& /* callback */) {

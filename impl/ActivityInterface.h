@@ -1,8 +1,7 @@
 #pragma once
 
-#include <vendor/quarn/hardware/activity_recognition/1.1/IActivityInterface.h>
-
 #include <hidl/Status.h>
+#include <vendor/quarn/hardware/activity_recognition/1.1/IActivityInterface.h>
 
 #include "activity_recognition_legacy.h"
 

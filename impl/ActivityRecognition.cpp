@@ -2,10 +2,10 @@
 
 #include "ActivityRecognition.h"
 
-#include <new>
-
 #include <log/log.h>
 #include <utils/Mutex.h>
+
+#include <new>
 
 namespace vendor {
 namespace quarn {
@@ -21,7 +21,9 @@ namespace {
 
 ActivityRecognition::ActivityRecognition(activity_recognition_module* module,
                                          activity_recognition_device* device)
-    : mDevice(device), mModule(module), mActivityInterface(nullptr),
+    : mDevice(device),
+      mModule(module),
+      mActivityInterface(nullptr),
       mEnvironmentInterface(nullptr) {}
 
 ActivityRecognition::~ActivityRecognition() {
@@ -99,8 +101,8 @@ IActivityRecognition* HIDL_FETCH_IActivityRecognition(const char* /* name */) {
     ActivityRecognition* service = nullptr;
     if (err == 0) {
         // The legacy records begin with the platform's module and device records.
-        auto* module = reinterpret_cast<activity_recognition_module*>(
-                const_cast<hw_module_t*>(hwModule));
+        auto* module =
+                reinterpret_cast<activity_recognition_module*>(const_cast<hw_module_t*>(hwModule));
         auto* device = reinterpret_cast<activity_recognition_device*>(hwDevice);
         service = new (std::nothrow) ActivityRecognition(module, device);
         if (service == nullptr) {

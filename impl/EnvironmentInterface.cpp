@@ -76,8 +76,7 @@ Return<void> EnvironmentInterface::registerEnvironmentCallbackV1_1(
     return Void();
 }
 
-Return<void> EnvironmentInterface::getCurrentEnvironmentV1_1(
-        getCurrentEnvironmentV1_1_cb _hidl_cb) {
+Return<void> EnvironmentInterface::getCurrentEnvironmentV1_1(getCurrentEnvironmentV1_1_cb _hidl_cb) {
     _hidl_cb({});
     return Void();
 }

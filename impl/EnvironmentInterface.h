@@ -1,8 +1,7 @@
 #pragma once
 
-#include <vendor/quarn/hardware/activity_recognition/1.1/IEnvironmentInterface.h>
-
 #include <hidl/Status.h>
+#include <vendor/quarn/hardware/activity_recognition/1.1/IEnvironmentInterface.h>
 
 #include "activity_recognition_legacy.h"
 
@@ -25,10 +24,8 @@ struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
     Return<void> registerEnvironmentCallback(
             const sp<V1_0::IEnvironmentChangedCallback>& callback) override;
     Return<void> getSupportedEnvironmentsList(getSupportedEnvironmentsList_cb _hidl_cb) override;
-    Return<int32_t> initEnvironment(uint32_t environment,
-                                    const V1_0::OtherParams& params) override;
-    Return<int32_t> exitEnvironment(uint32_t environment,
-                                    const V1_0::OtherParams& params) override;
+    Return<int32_t> initEnvironment(uint32_t environment, const V1_0::OtherParams& params) override;
+    Return<int32_t> exitEnvironment(uint32_t environment, const V1_0::OtherParams& params) override;
     Return<int32_t> enableEnvironment(uint32_t environment, uint32_t eventType,
                                       int64_t reportLatencyNs,
                                       const V1_0::OtherParams& params) override;

@@ -4,10 +4,9 @@
 // slot order here is fixed; the static_asserts at the end hold them in place.
 #pragma once
 
+#include <hardware/hardware.h>
 #include <stddef.h>
 #include <stdint.h>
-
-#include <hardware/hardware.h>
 
 __BEGIN_DECLS
 
@@ -53,8 +52,7 @@ typedef struct environment_callbacks {
 typedef struct activity_interface {
     int (*register_callbacks)(const activity_callbacks* callbacks);
     int (*get_supported_activities_list)(char const* const** list);
-    int (*enable_activity_event)(uint32_t activity, uint32_t event_type,
-                                 int64_t report_latency_ns);
+    int (*enable_activity_event)(uint32_t activity, uint32_t event_type, int64_t report_latency_ns);
     int (*enable_activity_event_extend)(uint32_t activity, uint32_t event_type,
                                         int64_t report_latency_ns, other_params* params);
     int (*get_current_activity)(ar_context_event** events);
@@ -67,8 +65,8 @@ typedef struct environment_interface {
     int (*get_supported_environments_list)(char const* const** list);
     int (*init_environment)(uint32_t environment, const other_params* params);
     int (*exit_environment)(uint32_t environment, const other_params* params);
-    int (*enable_environment)(uint32_t environment, uint32_t event_type,
-                              int64_t report_latency_ns, const other_params* params);
+    int (*enable_environment)(uint32_t environment, uint32_t event_type, int64_t report_latency_ns,
+                              const other_params* params);
     int (*disable_environment)(uint32_t environment, uint32_t event_type);
     int (*get_current_environment)(ar_context_event** events);
 } environment_interface;

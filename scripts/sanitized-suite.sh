@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # Builds the test suite with clang under a sanitizer (address: ASan+UBSan; thread: TSan) in its
-# own folder and runs it: scripts/sanitized-suite.sh address|thread
+# own folder and runs it: scripts/sanitized-suite.sh address|thread [CTEST ARGS...]
+# AR_BUILD_DIR overrides the folder (default build-asan or build-tsan).
 set -euo pipefail
 kind=$1
+shift
 root=$(cd "$(dirname "$0")/.." && pwd)
-dir="$root/build-${kind:0:1}san"
+dir=${AR_BUILD_DIR:-"$root/build-${kind:0:1}san"}
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1"
 export LSAN_OPTIONS="suppressions=$root/sanitizers/lsan.supp:print_suppressions=0"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 export TSAN_OPTIONS="suppressions=$root/sanitizers/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
 CC=clang CXX=clang++ "$root/scripts/build.sh" "$dir" -DAR_SANITIZE="$kind" -DAR_GATES=OFF
 cd "$dir"
-ctest --output-on-failure -j"$(nproc)"
+ctest --output-on-failure -j"$(nproc)" "$@"

@@ -1,15 +1,14 @@
 // The host stand-ins that the HAL relies on: calling identity, module loading, properties.
+#include <android-base/properties.h>
+#include <cutils/properties.h>
 #include <errno.h>
+#include <gtest/gtest.h>
+#include <hardware/hardware.h>
+#include <hwbinder/IPCThreadState.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <thread>
-
-#include <android-base/properties.h>
-#include <cutils/properties.h>
-#include <gtest/gtest.h>
-#include <hardware/hardware.h>
-#include <hwbinder/IPCThreadState.h>
 
 #include "activity_recognition_legacy.h"
 

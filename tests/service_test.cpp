@@ -1,11 +1,10 @@
 // Loading the HAL as a passthrough host does, its service object and the record conversions.
+#include <android/log.h>
+#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <thread>
 #include <vector>
-
-#include <android/log.h>
-#include <gtest/gtest.h>
 
 #include "ActivityInterface.h"
 #include "FailingNew.h"
@@ -94,7 +93,8 @@ TEST_P(MissingTableTest, EveryCallLogsNotImplementedAndAnswersNull) {
             EXPECT_EQ(nullptr, service->getEnvironmentInterfaceV1_1().withDefault(nullptr));
         }
     }
-    const std::string compat = activity ? "4 1.1 Activity compatible 1.0" : "4 1.1 ENV compatible 1.0";
+    const std::string compat =
+            activity ? "4 1.1 Activity compatible 1.0" : "4 1.1 ENV compatible 1.0";
     const std::string missing =
             activity ? "6 getActivityInterfaceV1_1 ActivityInterface interface not implemented by "
                        "ar HAL"
@@ -154,8 +154,9 @@ TEST_F(ServiceTest, RacingFirstActivityGettersCreateOneInterface) {
                 seen[i] = iface.get();
             } else {
                 auto iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
-                seen[i] = static_cast<::vendor::quarn::hardware::activity_recognition::V1_0::
-                                              IActivityInterface*>(iface.get());
+                seen[i] = static_cast<
+                        ::vendor::quarn::hardware::activity_recognition::V1_0::IActivityInterface*>(
+                        iface.get());
             }
         });
     }
@@ -186,7 +187,8 @@ TEST_F(ServiceTest, DestructorClosesOnceThenReleasesEnvironmentThenActivity) {
 
 // Records whose fields all differ, so a field copied from the wrong place shows.
 activity_event plainRecord() {
-    return activity_event{.event_type = 2, .activity = 7, .timestamp = 123456789012, .confidence = 88};
+    return activity_event{
+            .event_type = 2, .activity = 7, .timestamp = 123456789012, .confidence = 88};
 }
 
 ar_context_event extendedRecord() {

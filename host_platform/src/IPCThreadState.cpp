@@ -1,5 +1,4 @@
 #include <hwbinder/IPCThreadState.h>
-
 #include <unistd.h>
 
 namespace android {

@@ -1,16 +1,14 @@
 #define LOG_TAG "HAL"
 
-#include <hardware/hardware.h>
-
 #include <dlfcn.h>
 #include <errno.h>
+#include <hardware/hardware.h>
+#include <log/log.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <string>
-
-#include <log/log.h>
 
 #ifndef HOST_HAL_DEFAULT_PATH
 #error "HOST_HAL_DEFAULT_PATH must name the folder of the development modules"

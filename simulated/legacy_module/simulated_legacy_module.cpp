@@ -3,16 +3,15 @@
 #include "simulated_legacy_module.h"
 
 #include <errno.h>
+#include <log/log.h>
 #include <string.h>
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
-
-#include <log/log.h>
 
 namespace simulated_legacy {
 namespace {
@@ -158,12 +157,11 @@ int envCurrent(ar_context_event** events) {
 
 // Static tables: they stay valid after close, as the HAL may still hold them.
 const activity_interface kActivityTable = {
-        actRegisterCallbacks, actSupportedList, actEnable,  actEnableExtend,
+        actRegisterCallbacks, actSupportedList, actEnable, actEnableExtend,
         actCurrent,           actDisable,       actFlush,
 };
 const environment_interface kEnvironmentTable = {
-        envRegisterCallbacks, envSupportedList, envInit,    envExit,
-        envEnable,            envDisable,       envCurrent,
+        envRegisterCallbacks, envSupportedList, envInit, envExit, envEnable, envDisable, envCurrent,
 };
 
 const activity_interface* getActivityInterface(activity_recognition_device* /* dev */) {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-
 #include <stddef.h>
 
 namespace artest {
@@ -19,7 +18,7 @@ void resetNothrowNew();
 
 }  // namespace artest
 
-#define SKIP_WITHOUT_FAILING_NEW()                                                 \
-    do {                                                                           \
+#define SKIP_WITHOUT_FAILING_NEW()                                                           \
+    do {                                                                                     \
         if (!artest::canFailNothrowNew()) GTEST_SKIP() << "operator new is the sanitizer's"; \
     } while (0)

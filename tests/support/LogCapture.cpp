@@ -83,16 +83,16 @@ std::vector<std::string> LogCapture::withTag(const std::string& tag) const {
                                       const std::string& message) {
     int n = log.count(priority, tag, message);
     if (n == 1) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "expected once, found " << n << ": " << priority << " "
-                                         << tag << ": " << message << "\ncaptured:"
-                                         << describe(log.lines());
+    return ::testing::AssertionFailure()
+           << "expected once, found " << n << ": " << priority << " " << tag << ": " << message
+           << "\ncaptured:" << describe(log.lines());
 }
 
 ::testing::AssertionResult NotLogged(const LogCapture& log, const std::string& tag,
                                      const std::string& part) {
     if (log.countContaining(tag, part) == 0) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "unexpected line containing \"" << part << "\":"
-                                         << describe(log.lines());
+    return ::testing::AssertionFailure()
+           << "unexpected line containing \"" << part << "\":" << describe(log.lines());
 }
 
 }  // namespace artest

@@ -1,10 +1,10 @@
 // Captures the platform log of the test process through liblog's logger hook.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace artest {
 

@@ -1,14 +1,12 @@
 #include "Passthrough.h"
 
 #include <dlfcn.h>
-
 #include <gtest/gtest.h>
 
 namespace artest {
 
 ::android::sp<IActivityRecognition> fetchService(const char* instance) {
-    static void* handle = dlopen("vendor.quarn.hardware.activity_recognition@1.1-impl.so",
-                                 RTLD_NOW);
+    static void* handle = dlopen("vendor.quarn.hardware.activity_recognition@1.1-impl.so", RTLD_NOW);
     if (handle == nullptr) {
         ADD_FAILURE() << "dlopen: " << dlerror();
         return nullptr;

@@ -6,7 +6,8 @@
 
 namespace artest {
 
-using IActivityRecognition = ::vendor::quarn::hardware::activity_recognition::V1_1::IActivityRecognition;
+using IActivityRecognition =
+        ::vendor::quarn::hardware::activity_recognition::V1_1::IActivityRecognition;
 
 // The library stays loaded for the life of the process. Null when the entry point answers null.
 ::android::sp<IActivityRecognition> fetchService(const char* instance = "default");

@@ -6,16 +6,15 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
+#include <utils/StrongPointer.h>
 
 #include <algorithm>
 #include <initializer_list>
 #include <string>
 #include <type_traits>
 #include <vector>
-
-#include <utils/Errors.h>
-#include <utils/RefBase.h>
-#include <utils/StrongPointer.h>
 
 namespace android {
 namespace hidl {
@@ -36,7 +35,9 @@ struct i_tag {};
 template <typename T>
 struct hidl_pointer {
     hidl_pointer() : _pad(0) {}
-    hidl_pointer(T* ptr) : hidl_pointer() { mPointer = ptr; }  // NOLINT: implicit like the platform's
+    hidl_pointer(T* ptr) : hidl_pointer() {
+        mPointer = ptr;
+    }  // NOLINT: implicit like the platform's
     hidl_pointer& operator=(T* ptr) {
         mPointer = ptr;
         return *this;

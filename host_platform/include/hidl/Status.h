@@ -2,12 +2,11 @@
 // Return whose status failed aborts when it is destroyed without its status being looked at.
 #pragma once
 
+#include <log/log.h>
 #include <stdint.h>
 
 #include <string>
 #include <utility>
-
-#include <log/log.h>
 
 namespace android {
 namespace hardware {
