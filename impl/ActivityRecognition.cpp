@@ -16,6 +16,7 @@ namespace implementation {
 
 namespace {
 // Serialises the lazy creation of the activity interface.
+// NOLINTNEXTLINE(readability-identifier-naming): the file's lock keeps its established name.
 ::android::Mutex sActivityInterfaceLock;
 }  // namespace
 

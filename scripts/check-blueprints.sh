@@ -1,0 +1,103 @@
+#!/usr/bin/env bash
+# Gates of the device build files: scripts/check-blueprints.sh format|sources
+#   format   bpfmt reports no change for any Android.bp of the tree.
+#   sources  the library module lists every impl/*.cpp, each package module every .hal of its
+#            folder, and neither lists a file that does not exist; the library's cflags are the
+#            host build's warning flags, its manifest fragments exist, and it leaves
+#            ZEL_CLIENT_LIBRARY_PATH undefined (the device loads the client library by its
+#            vendor path).
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+package=vendor.quarn.hardware.activity_recognition
+library=$package@1.1-impl
+
+# list_prop FILE MODULE PROP: the strings of list property PROP of the module named MODULE.
+list_prop() {
+    awk -v want="$2" -v prop="$3" '
+        /^[a-z_]+ *\{/ { name = ""; n = 0; inlist = 0 }
+        !inlist && match($0, "^    " prop ": *\\[") {
+            inlist = 1; rest = substr($0, RSTART + RLENGTH)
+        }
+        !inlist && match($0, /^    name: *"[^"]*"/) {
+            name = $0; sub(/^    name: *"/, "", name); sub(/".*/, "", name)
+        }
+        inlist {
+            if (rest == "") rest = $0
+            while (match(rest, /"[^"]*"/)) {
+                items[++n] = substr(rest, RSTART + 1, RLENGTH - 2); rest = substr(rest, RSTART + RLENGTH)
+            }
+            if (index($0, "]")) inlist = 0
+            rest = ""
+        }
+        /^\}/ && name == want { for (i = 1; i <= n; i++) print items[i]; found = 1 }
+        END { if (!found) { print "no module " want > "/dev/stderr"; exit 1 } }
+    ' "$1"
+}
+
+failed=0
+fail() {
+    echo "check-blueprints: $*" >&2
+    failed=1
+}
+
+# compare WHAT LISTED EXPECTED: both newline-separated; reports either side's extras.
+compare() {
+    local missing extra
+    missing=$(comm -13 <(sort <<<"$2") <(sort <<<"$3"))
+    extra=$(comm -23 <(sort <<<"$2") <(sort <<<"$3"))
+    [[ -z $missing ]] || fail "$1 lacks:" $missing
+    [[ -z $extra ]] || fail "$1 lists files that do not exist:" $extra
+}
+
+case ${1:-} in
+format)
+    mapfile -t bps < <(git ls-files --cached --others --exclude-standard -- 'Android.bp' '*/Android.bp')
+    ((${#bps[@]})) || { fail "no Android.bp found"; exit 1; }
+    for bp in "${bps[@]}"; do
+        [[ -f $bp ]] || continue
+        if ! out=$(bpfmt -d "$bp" 2>&1); then
+            fail "$bp does not parse: $out"
+            continue
+        fi
+        [[ -z $out ]] || fail "$bp is not as bpfmt formats it:"$'\n'"$out"
+    done
+    ;;
+sources)
+    listed=$(list_prop Android.bp "$library" srcs)
+    compare "$library srcs" "$listed" "$(ls impl/*.cpp)"
+
+    shopt -s nullglob
+    for dir in interface/*/; do
+        dir=${dir%/}
+        hals=("$dir"/*.hal)
+        ((${#hals[@]})) || continue
+        version=${dir#interface/}
+        if [[ ! -f $dir/Android.bp ]]; then
+            fail "$dir has .hal files but no Android.bp"
+            continue
+        fi
+        listed=$(list_prop "$dir/Android.bp" "$package@$version" srcs | sed "s|^|$dir/|")
+        compare "$package@$version srcs" "$listed" "$(printf '%s\n' "${hals[@]}")"
+    done
+
+    host_flags=$(sed -n 's/^add_compile_options(\(-W[^)]*\))$/\1/p' CMakeLists.txt | tr ' ' '\n')
+    [[ -n $host_flags ]] || fail "no warning flags found in CMakeLists.txt"
+    [[ $(list_prop Android.bp "$library" cflags) == "$host_flags" ]] ||
+        fail "$library cflags differ from the host build's:" $host_flags
+    if grep -q -- '-DZEL_CLIENT_LIBRARY_PATH' Android.bp; then
+        fail "the device build must not define ZEL_CLIENT_LIBRARY_PATH"
+    fi
+    fragments=$(list_prop Android.bp "$library" vintf_fragments)
+    [[ -n $fragments ]] || fail "$library has no vintf_fragments"
+    for f in $fragments; do
+        [[ -f $f ]] || fail "manifest fragment $f does not exist"
+    done
+    ;;
+*)
+    echo "usage: $0 format|sources" >&2
+    exit 2
+    ;;
+esac
+((failed == 0)) || exit 1
+echo "check-blueprints: $1 ok"
