@@ -27,6 +27,7 @@ struct State {
     std::map<std::string, std::function<void()>> hooks;
     std::vector<Call> calls;
     int closeCount = 0;
+    bool recording = true;
     // Storage of the answers handed out; stays valid until the next query of the same kind.
     std::vector<std::string> listStorage[2];
     std::vector<const char*> listPointers[2];
@@ -54,14 +55,16 @@ int enter(const char* entry, std::vector<int64_t> args, const other_params* para
     {
         State& s = state();
         std::lock_guard<std::mutex> guard(s.lock);
-        Call call;
-        call.entry = entry;
-        call.args = std::move(args);
-        if (params != nullptr) {
-            call.hasParams = true;
-            memcpy(&call.params, params, sizeof(other_params));
+        if (s.recording) {
+            Call call;
+            call.entry = entry;
+            call.args = std::move(args);
+            if (params != nullptr) {
+                call.hasParams = true;
+                memcpy(&call.params, params, sizeof(other_params));
+            }
+            s.calls.push_back(std::move(call));
         }
-        s.calls.push_back(std::move(call));
         auto it = s.results.find(entry);
         if (it != s.results.end()) result = it->second;
         auto h = s.hooks.find(entry);
@@ -225,6 +228,7 @@ void reset() {
     s.results.clear();
     s.hooks.clear();
     s.calls.clear();
+    s.recording = true;
 }
 
 void setOpenResult(int result) {
@@ -260,6 +264,11 @@ void setHook(const std::string& entry, std::function<void()> hook) {
 std::vector<Call> calls() {
     std::lock_guard<std::mutex> guard(state().lock);
     return state().calls;
+}
+
+void setRecording(bool recording) {
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().recording = recording;
 }
 
 void clearCalls() {

@@ -54,6 +54,8 @@ void setResult(const std::string& entry, int result);
 void setHook(const std::string& entry, std::function<void()> hook);
 
 std::vector<Call> calls();
+// Whether calls are recorded (default true); long-running loops switch recording off.
+void setRecording(bool recording);
 void clearCalls();
 int closeCount();
 
