@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets (clang, ASan+UBSan) in build-fuzz and runs each for SECONDS
+# (default 60) from its seed corpus in fuzzers/corpus/, printing executions per second and the
+# total. Fails on any crash or sanitizer report outside sanitizers/*.supp.
+# scripts/run-fuzzers.sh [SECONDS] [FUZZER...]
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+seconds=${1:-60}
+shift || true
+dir=${AR_BUILD_DIR:-"$root/build-fuzz"}
+CC=clang CXX=clang++ "$root/scripts/build.sh" "$dir" -DAR_SANITIZE=fuzzer -DBUILD_TESTING=OFF \
+  -DAR_GATES=OFF >/dev/null
+export ASAN_OPTIONS="detect_leaks=1"
+export LSAN_OPTIONS="suppressions=$root/sanitizers/lsan.supp:print_suppressions=0"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+fuzzers=("$@")
+if ((${#fuzzers[@]} == 0)); then
+  fuzzers=($(cd "$root/fuzzers/corpus" && ls))
+fi
+status=0
+for fuzzer in "${fuzzers[@]}"; do
+  work=$(mktemp -d)
+  log="$work/log"
+  if "$dir/bin/$fuzzer" -max_total_time="$seconds" -print_final_stats=1 -timeout=10 \
+      -artifact_prefix="$work/" "$work" "$root/fuzzers/corpus/$fuzzer" >"$log" 2>&1; then
+    runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
+    rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")
+    echo "$fuzzer: ${runs:-?} executions, ${rate:-?} per second, in ${seconds} s"
+  else
+    echo "$fuzzer: FAILED"
+    tail -60 "$log"
+    status=1
+  fi
+  rm -rf "$work"
+done
+exit $status
