@@ -1,8 +1,16 @@
 #pragma once
 
+#include <android/hidl/base/1.0/IBase.h>
+#include <hidl/HidlSupport.h>
 #include <hidl/Status.h>
+#include <utils/KeyedVector.h>
+#include <utils/Mutex.h>
 #include <vendor/quarn/hardware/activity_recognition/1.1/IActivityInterface.h>
 
+#include <string>
+#include <vector>
+
+#include "ZelClient.h"
 #include "activity_recognition_legacy.h"
 
 namespace vendor {
@@ -12,10 +20,65 @@ namespace activity_recognition {
 namespace V1_1 {
 namespace implementation {
 
+using ::android::KeyedVector;
 using ::android::sp;
+using ::android::wp;
+using ::android::hardware::hidl_death_recipient;
 using ::android::hardware::hidl_vec;
 using ::android::hardware::Return;
 using ::android::hardware::Void;
+using ::android::hidl::base::V1_0::IBase;
+
+// Records of the activity side. Pids are calling process ids sign-extended to 64 bits.
+
+// One client's enable request. A plain request has all-zero params; the first double tells the
+// kind (0.0 plain, anything else extended).
+struct EnableRequestData {
+    uint64_t pid;
+    uint32_t activity;
+    uint32_t eventType;
+    int64_t reportLatencyNs;
+    other_params params;
+};
+
+// One (activity, event type) pair as switched on below: in the legacy module or, with pid 0, in
+// the client library's list.
+struct __attribute__((packed, aligned(4))) EnableToNativeData {
+    uint64_t pid;
+    uint32_t activity;
+    uint32_t eventType;
+    int64_t reportLatencyNs;
+    uint32_t noWake;
+};
+
+// One event addressed to one client pid.
+struct __attribute__((packed, aligned(4))) EventResponseData {
+    uint64_t pid;
+    uint32_t activity;
+    uint32_t eventType;
+    int64_t timestamp;
+    other_params params;
+    int32_t confidence;
+};
+
+// The newest state seen when a client's request joined a pair that was already on; older events
+// are not passed on to that request.
+struct FirstReport {
+    uint64_t pid;
+    uint32_t activity;
+    uint32_t eventType;
+    int64_t timestamp;
+};
+
+// An event in this program's own order: activity first.
+struct OxActivityRecognitionExtEvent {
+    uint32_t activity;
+    uint32_t eventType;
+    int64_t timestamp;
+    other_params params;
+    int32_t confidence;
+    int32_t firstReportFlag;
+};
 
 struct ActivityInterface : public V1_1::IActivityInterface {
     explicit ActivityInterface(const activity_interface* impl);
@@ -46,13 +109,109 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     static V1_1::ActivityEventExtendV1_1 convertACEToAEEV1_1(ar_context_event event);
 
   private:
+    // Test access to the class-wide state and the helpers; not part of the product's API.
+    friend struct ActivityInterfaceTestPeer;
+
+    // Forwards a client's death to the interface. One is shared by all 1.0 registrations, one is
+    // made per 1.1 registration; each holds its owner strongly, as the owner holds it.
+    class RemoteListenerHidlDeathRecipient : public hidl_death_recipient {
+      public:
+        // A new recipient for `owner`, or null when it cannot be allocated.
+        static sp<RemoteListenerHidlDeathRecipient> Create(const sp<ActivityInterface>& owner);
+        void serviceDied(uint64_t cookie, const wp<IBase>& who) override;
+
+      private:
+        explicit RemoteListenerHidlDeathRecipient(const sp<ActivityInterface>& owner)
+            : mOwner(owner) {}
+
+        sp<ActivityInterface> mOwner;
+    };
+
+    void HandleHidlDeath(uint64_t cookie, const wp<IBase>& who);
+
+    // Intake of the legacy module's batches and the fan-out to the clients.
     static void ActChangedCb(const activity_event* events, int count);
     static void ActExtendChangedCb(const ar_context_event* events, int count);
+    static void PackageNamePush(const activity_event* events, int count, int pid,
+                                std::vector<EventResponseData>& batch);
+    static void OneDataPush(int activity, activity_event event, int pid, EnableRequestData request,
+                            std::vector<EventResponseData>& batch);
+    static void ActivitiesReport(const std::vector<EventResponseData>& batch);
+    static void ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>& events);
+    static void ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityEventExtend>& events);
+    static int64_t GetLastTime(uint64_t pid, uint32_t activity, uint32_t eventType);
+    static bool CheckRepeatedEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
+                                   uint64_t timestamp, std::vector<EventResponseData>& list);
+    // Notification function registered with the client library.
+    static void ZelNotify(int32_t status, int32_t byteLength, const std::vector<int32_t>& data);
+
+    // Enable and disable: merging of the clients' requests into one request per pair below.
+    int32_t EnableActivityEvent(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs,
+                                const V1_0::OtherParams& params);
+    bool UpdateEnableNative(const EnableToNativeData& record);
+    bool UpdateEnableNativeExend(const EnableToNativeData& record, const V1_0::OtherParams& params);
+    int32_t DisableOtherActivityEvent(uint32_t activity, uint32_t eventType);
+    void HandleFirstReport(uint64_t pid, uint32_t activity, uint32_t eventType);
+    static int64_t MinReportLatencyNsFunc(uint32_t activity, uint32_t eventType,
+                                          const std::vector<EnableRequestData>& requests);
+    static int64_t RoundNumbers(int64_t reportLatencyNs);
+    static bool ValidEventType(uint32_t eventType);
+    static int32_t ValidActivityEventExtend(uint32_t eventType, int pid,
+                                            const V1_0::OtherParams& params);
+    static bool ValidEventActivity(size_t index, uint32_t activity, uint32_t eventType, bool& plain,
+                                   other_params& out);
+    static bool IsNoWake(const V1_0::OtherParams& params);
+    static bool IsRequestWake(const EnableRequestData& request);
+    static void RemoveActivityEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
+                                    std::vector<EnableRequestData>& requests);
+    static void RemoveFirst(uint64_t pid, uint32_t activity, uint32_t eventType);
+    static void RemoveLastActivityEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
+                                        std::vector<EventResponseData>& events);
+    static EnableRequestData FindEnableRequestData(uint64_t pid, uint32_t activity,
+                                                   uint32_t eventType,
+                                                   const std::vector<EnableRequestData>& requests);
+    static int FindEnableRequestDataIndex(uint64_t pid, uint32_t activity, uint32_t eventType,
+                                          const std::vector<EnableRequestData>& requests);
+    static EnableToNativeData FindEnableToNativeData(uint32_t activity, uint32_t eventType,
+                                                     const std::vector<EnableToNativeData>& list);
+    static int FindEnableToNativeDataIndex(uint32_t activity, uint32_t eventType,
+                                           const std::vector<EnableToNativeData>& list);
+    static bool FindEnableToNativeDataExist(uint32_t activity, uint32_t eventType,
+                                            const std::vector<EnableToNativeData>& list);
+    static void RemoveEnableToNativeData(uint32_t activity, uint32_t eventType,
+                                         std::vector<EnableToNativeData>& list);
+
+    // The client library's list of pairs that are on, and its commands.
+    static bool IsZelActivity(uint32_t activity);
+    static int FindZelEnableDataIndex(uint32_t activity, uint32_t eventType);
+    static void UpdateZelEnableData(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs,
+                                    uint32_t noWake);
+    static void RemoveZelEnableData(uint32_t activity, uint32_t eventType);
+    static void UpsertZelEnableData(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs,
+                                    uint32_t noWake);
+    static std::string BuildZelEnableStr();
+    static int32_t SendZelEnableStr(const char* caller, uint32_t activity, uint32_t eventType);
+    static int32_t ZelEnableEvent(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs);
+    int32_t ZelEnableEventExtend(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs,
+                                 other_params params);
 
     static bool sInterfaceExists;
     static const activity_callbacks sActCb;
 
+    // Lock order: mListMutex, then eventMutex.
+    static ::android::Mutex mListMutex;  // client maps, packageNames, the whole fan-out
+    static ::android::Mutex eventMutex;  // mEventData, firstReport, mLastActivityEvent on intake
+    static KeyedVector<sp<V1_1::IActivityChangedCallback>, uint64_t> mClientVectorV1_1;
+    static KeyedVector<sp<V1_0::IActivityChangedCallback>, uint64_t> mClientVectorV1_0;
+    static std::vector<EventResponseData> mLastActivityEvent;
+    static std::vector<EnableRequestData> mEventData;
+    static std::vector<FirstReport> firstReport;
+    static std::vector<uint64_t> packageNames;
+
+    sp<RemoteListenerHidlDeathRecipient> mDeathRecipient;
     const activity_interface* mImpl;
+    std::vector<EnableToNativeData> mEnableToNativeData;  // not locked
+    KeyedVector<sp<RemoteListenerHidlDeathRecipient>, uint64_t> mDeathRecipientVectorV1_1;
 };
 
 }  // namespace implementation
