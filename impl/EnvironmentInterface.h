@@ -1,7 +1,12 @@
 #pragma once
 
+#include <hidl/HidlSupport.h>
 #include <hidl/Status.h>
+#include <utils/KeyedVector.h>
+#include <utils/Mutex.h>
 #include <vendor/quarn/hardware/activity_recognition/1.1/IEnvironmentInterface.h>
+
+#include <vector>
 
 #include "activity_recognition_legacy.h"
 
@@ -12,10 +17,18 @@ namespace activity_recognition {
 namespace V1_1 {
 namespace implementation {
 
+using ::android::KeyedVector;
+using ::android::Mutex;
 using ::android::sp;
+using ::android::wp;
+using ::android::hardware::hidl_death_recipient;
 using ::android::hardware::Return;
 using ::android::hardware::Void;
+using ::android::hidl::base::V1_0::IBase;
 
+// The environment half of the HAL: a pass-through to the legacy environment table, with one
+// registry of client callbacks per interface version. Every registered client receives every
+// environment event; a client leaves its registry only when its process dies.
 struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
     explicit EnvironmentInterface(const environment_interface* impl);
     ~EnvironmentInterface() override;
@@ -37,13 +50,54 @@ struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
             const sp<V1_1::IEnvironmentChangedCallback>& callback) override;
     Return<void> getCurrentEnvironmentV1_1(getCurrentEnvironmentV1_1_cb _hidl_cb) override;
 
-  private:
-    static void EnvChangedCb(const ar_context_event* events, int count);
-
+    // Class-wide state: the legacy layer calls back into a plain function, without an object.
+    // mListMutex guards both client maps; it is held across registration and across the
+    // delivery of a batch, and never together with another lock.
     static bool sInterfaceExists;
-    static const environment_callbacks sEnvCb;
+    static Mutex mListMutex;
+    static KeyedVector<sp<V1_1::IEnvironmentChangedCallback>, uint64_t> mClientVectorV1_1;
+    static KeyedVector<sp<V1_0::IEnvironmentChangedCallback>, uint64_t> mClientVectorV1_0;
+    static const environment_callbacks sEnvCb;  // NOLINT(readability-identifier-naming)
+
+  private:
+    // Shared by the links of all clients of both versions. It and its owner hold each other
+    // for the life of the process.
+    struct RemoteListenerHidlDeathRecipient : public hidl_death_recipient {
+        // Null when the non-throwing allocation fails.
+        static sp<RemoteListenerHidlDeathRecipient> Create(const sp<EnvironmentInterface>& owner);
+        void serviceDied(uint64_t cookie, const wp<IBase>& who) override;
+
+        sp<EnvironmentInterface> mOwner;
+
+      private:
+        explicit RemoteListenerHidlDeathRecipient(const sp<EnvironmentInterface>& owner);
+    };
+
+    // The log texts that tell the two registration paths apart.
+    struct RegistrationTexts {
+        const char* recipientFailed;
+        const char* noThreadState;
+        const char* alreadyRegistered;
+        const char* linkTransactionError;
+        const char* linked;
+        const char* linkRefused;
+    };
+
+    template <typename Callback>
+    void RegisterClient(KeyedVector<sp<Callback>, uint64_t>& clients, const sp<Callback>& callback,
+                        const RegistrationTexts& texts);
+
+    // The legacy layer's `environment_changed`.
+    static void EnvChangedCb(const ar_context_event* events, int count);
+    // Delivers to the version 1.0 clients; the caller holds mListMutex. Its established name is
+    // kept.
+    static void env_extend_changed_cb_v1_0(  // NOLINT(readability-identifier-naming)
+            const std::vector<V1_0::ActivityEventExtend>& events);
+
+    void HandleHidlDeath(uint64_t cookie, const wp<IBase>& who);
 
     const environment_interface* mImpl;
+    sp<RemoteListenerHidlDeathRecipient> mDeathRecipient;
 };
 
 }  // namespace implementation
