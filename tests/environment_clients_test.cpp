@@ -134,102 +134,87 @@ class EnvironmentClientsTest : public ::testing::Test {
     sp<ar::V1_1::IEnvironmentInterface> env;
 };
 
-struct Version {
-    int number;
-    std::string suffix;
-    std::string recipientFailed;
-};
-
-void PrintTo(const Version& v, std::ostream* os) {
-    *os << v.suffix;
-}
-
-class RegistrationTest : public EnvironmentClientsTest,
-                         public ::testing::WithParamInterface<Version> {
+// Registration under one version (10 or 11); in expected log lines "Vx" stands for its suffix.
+class RegistrationTest : public EnvironmentClientsTest, public ::testing::WithParamInterface<int> {
   protected:
-    void expectLine(int priority, const std::string& text, int times = 1) {
-        EXPECT_EQ(times, log.count(priority, kTag, text))
-                << ::testing::PrintToString(log.withTag(kTag));
+    void registerAs(int pid, const sp<Client>& client) {
+        EnvironmentClientsTest::registerAs(pid, client, GetParam());
     }
-    std::string linkedLine(int pid, int total) {
-        return "Pid[" + std::to_string(pid) + "] link to EnvironmentInterface" + GetParam().suffix +
-               " death notification successful, total cb[" + std::to_string(total) + "]";
-    }
-    std::string duplicateLine(int pid) {
-        return "It's already register pid[" + std::to_string(pid) + "] callback, " +
-               GetParam().suffix;
+    std::vector<std::string> lines(std::vector<std::string> expected) {
+        for (std::string& line : expected) {
+            size_t at = line.find("Vx");
+            if (at != std::string::npos) line.replace(at, 2, GetParam() == 10 ? "V1_0" : "V1_1");
+        }
+        return expected;
     }
 };
 
-// Same object or same process: refused, whatever the other one is.
+// Same object or same process: refused, whatever the other one is. Without a thread state the
+// process is 1.
 TEST_P(RegistrationTest, OneRegistrationPerProcessSharingOneRecipient) {
-    const int v = GetParam().number;
-    sp<Client> a = new Client, b = new Client, c = new Client;
-    registerAs(100, a, v);
-    registerAs(100, a, v);
-    registerAs(200, a, v);
-    registerAs(100, b, v);
-    registerAs(200, c, v);
-    expectLine(ANDROID_LOG_DEBUG, linkedLine(100, 1));
-    expectLine(ANDROID_LOG_INFO, duplicateLine(100), 2);
-    expectLine(ANDROID_LOG_INFO, duplicateLine(200));
-    expectLine(ANDROID_LOG_DEBUG, linkedLine(200, 2));
+    sp<Client> a = new Client, b = new Client, c = new Client, d = new Client;
+    registerAs(100, a);
+    registerAs(100, a);
+    registerAs(200, a);
+    registerAs(100, b);
+    registerAs(200, c);
+    android::hardware::host::setThreadStateAvailable(false);
+    registerAs(300, d);
+    registerAs(300, b);
+    android::hardware::host::setThreadStateAvailable(true);
+    const std::string linked = " link to EnvironmentInterfaceVx death notification successful, ";
+    EXPECT_EQ(lines({"3 Pid[100]" + linked + "total cb[1]",
+                     "4 It's already register pid[100] callback, Vx",
+                     "4 It's already register pid[200] callback, Vx",
+                     "4 It's already register pid[100] callback, Vx",
+                     "3 Pid[200]" + linked + "total cb[2]",
+                     "6 IPCThreadState::self() Vx returns nullptr",
+                     "3 Pid[1]" + linked + "total cb[3]",
+                     "6 IPCThreadState::self() Vx returns nullptr",
+                     "4 It's already register pid[1] callback, Vx"}),
+              log.withTag(kTag));
     EXPECT_EQ(100u, a->cookie);
-    EXPECT_EQ(a->recipient, c->recipient);
+    EXPECT_EQ(1u, d->cookie);
+    EXPECT_EQ(a->recipient, d->recipient);
     EXPECT_EQ(nullptr, b->recipient);
     EXPECT_TRUE(a->lockedWhileLinking);
-    EXPECT_EQ(2u, report(1).size());
-}
-
-TEST_P(RegistrationTest, WithoutThreadStateTheProcessIsOne) {
-    sp<Client> a = new Client, b = new Client;
-    android::hardware::host::setThreadStateAvailable(false);
-    registerAs(300, a, GetParam().number);
-    registerAs(300, b, GetParam().number);
-    android::hardware::host::setThreadStateAvailable(true);
-    expectLine(ANDROID_LOG_ERROR,
-               "IPCThreadState::self() " + GetParam().suffix + " returns nullptr", 2);
-    expectLine(ANDROID_LOG_DEBUG, linkedLine(1, 1));
-    expectLine(ANDROID_LOG_INFO, duplicateLine(1));
-    EXPECT_EQ(1u, a->cookie);
+    EXPECT_EQ(3u, report(1).size());
 }
 
 TEST_P(RegistrationTest, FailuresRegisterNothing) {
-    const int v = GetParam().number;
     sp<Client> failing = new Client, refusing = new Client, good = new Client;
     failing->linkFails = true;
     refusing->linkAnswer = false;
-    registerAs(100, nullptr, v);
-    registerAs(100, failing, v);
-    registerAs(100, refusing, v);
+    registerAs(100, nullptr);
+    registerAs(100, failing);
+    registerAs(100, refusing);
     EXPECT_TRUE(report(1).empty());
-    expectLine(ANDROID_LOG_ERROR, "invalid Callback");
-    expectLine(
-            ANDROID_LOG_ERROR,
-            "Transaction error in linking to EnvironmentInterface" + GetParam().suffix + " death: " +
-                    Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "gone").description());
-    expectLine(ANDROID_LOG_WARN, "Unable to link to EnvironmentInterface" + GetParam().suffix +
-                                         " death notifications");
-    registerAs(100, good, v);
-    expectLine(ANDROID_LOG_DEBUG, linkedLine(100, 1));
+    registerAs(100, good);
+    const std::string status =
+            Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "gone").description();
+    EXPECT_EQ(lines({"6 invalid Callback",
+                     "6 Transaction error in linking to EnvironmentInterfaceVx death: " + status,
+                     "5 Unable to link to EnvironmentInterfaceVx death notifications",
+                     "3 Pid[100] link to EnvironmentInterfaceVx death notification successful, "
+                     "total cb[1]"}),
+              log.withTag(kTag));
 }
 
 TEST_P(RegistrationTest, RecipientAllocationFailureRegistersNothing) {
     SKIP_WITHOUT_FAILING_NEW();
     sp<Client> a = new Client;
     artest::failNextNothrowNew();
-    registerAs(100, a, GetParam().number);
-    expectLine(ANDROID_LOG_ERROR, GetParam().recipientFailed);
-    EXPECT_EQ(nullptr, a->recipient);
+    registerAs(100, a);
+    EXPECT_EQ(
+            std::vector<std::string>{
+                    GetParam() == 10 ? "6 registerEnvironmentCallback new mDeathRecipient failed"
+                                     : "6 registerEnvironmentCallbackV1_1 Death new failed"},
+            log.withTag(kTag));
     EXPECT_TRUE(report(1).empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-        Versions, RegistrationTest,
-        ::testing::Values(Version{10, "V1_0",
-                                  "registerEnvironmentCallback new mDeathRecipient failed"},
-                          Version{11, "V1_1", "registerEnvironmentCallbackV1_1 Death new failed"}),
-        [](const auto& info) { return info.param.suffix; });
+INSTANTIATE_TEST_SUITE_P(Versions, RegistrationTest, ::testing::Values(10, 11),
+                         [](const auto& info) { return "V" + std::to_string(info.param); });
 
 // All version 1.1 clients first, then all version 1.0 ones, each in the order of the objects'
 // addresses; every client gets every record, in order.
