@@ -1,32 +1,145 @@
-// ar-harness: loads the HAL as the platform's passthrough service host does and reports what it
-// got from it.
+// ar-harness: a passthrough service host for the activity-recognition HAL on Linux, and a
+// scenario runner. It loads the HAL library by name and calls its entry point as the platform's
+// service host does, with the simulated legacy module below it, runs a scenario (the built-in
+// default, a file, or standard input line by line) and prints a chronological trace of what
+// every client received, what reached the lower layers and what was logged.
+//
+// Exit status: 0 when every expectation held, 1 when one failed, 2 on a scenario error (the run
+// stops at it, reported as FILE:LINE: message).
 #include <android/log.h>
-#include <dlfcn.h>
+#include <hwbinder/IPCThreadState.h>
 #include <stdio.h>
-#include <vendor/quarn/hardware/activity_recognition/1.1/IActivityRecognition.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
 
-using ::vendor::quarn::hardware::activity_recognition::V1_1::IActivityRecognition;
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
 
-int main() {
+#include "DefaultScenario.h"
+#include "ModuleLayer.h"
+#include "Runner.h"
+#include "Syntax.h"
+#include "Trace.h"
+
+namespace {
+
+using arharness::Event;
+using arharness::Format;
+
+// Never destroyed: the HAL may still log while the process exits, and like a service host the
+// harness never lets go of the service (held by the runner).
+arharness::Trace* gTrace = nullptr;
+arharness::ModuleLayer* gModule = nullptr;
+arharness::Runner* gRunner = nullptr;
+
+char priorityLetter(int priority) {
+    static const char kLetters[] = "??VDIWEFS";
+    return priority >= 0 && priority <= 8 ? kLetters[priority] : '?';
+}
+
+void traceLogger(const struct __android_logger_data* data, const char* message) {
+    Event event;
+    event.kind = "log";
+    event.subject = data->tag != nullptr ? data->tag : "";
+    event.name = std::string(1, priorityLetter(data->priority));
+    event.detail = message != nullptr ? message : "";
+    event.text = event.name + " " + event.subject + ": " + arharness::escapeText(event.detail);
+    event.json = ",\"priority\":" + arharness::jsonString(event.name) +
+                 ",\"tag\":" + arharness::jsonString(event.subject) +
+                 ",\"text\":" + arharness::jsonString(event.detail);
+    gTrace->emit(std::move(event));
+}
+
+void usage(FILE* out) {
+    fprintf(out,
+            "usage: ar-harness [--format=text|jsonl] [FILE | -]\n"
+            "  no FILE: runs the built-in default scenario\n"
+            "  FILE:    runs a scenario file\n"
+            "  -:       reads scenario lines from standard input, one at a time\n"
+            "Exit status: 0 all expectations held, 1 an expectation failed, 2 scenario error.\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Format format = Format::kText;
+    const char* path = nullptr;
+    for (int i = 1; i < argc; ++i) {
+        if (strcmp(argv[i], "--format=text") == 0) {
+            format = Format::kText;
+        } else if (strcmp(argv[i], "--format=jsonl") == 0) {
+            format = Format::kJsonl;
+        } else if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
+            usage(stdout);
+            return 0;
+        } else if (path == nullptr && (argv[i][0] != '-' || strcmp(argv[i], "-") == 0)) {
+            path = argv[i];
+        } else {
+            fprintf(stderr, "ar-harness: unexpected argument '%s'\n", argv[i]);
+            usage(stderr);
+            return 2;
+        }
+    }
+
+    std::string name;
+    std::ifstream file;
+    std::istringstream builtIn;
+    std::istream* in;
+    if (path == nullptr) {
+        name = arharness::kDefaultScenarioName;
+        builtIn.str(arharness::kDefaultScenario);
+        in = &builtIn;
+    } else if (strcmp(path, "-") == 0) {
+        name = "-";
+        in = &std::cin;
+    } else {
+        name = path;
+        file.open(path);
+        if (!file) {
+            fprintf(stderr, "%s: cannot read: %s\n", path, strerror(errno));
+            return 2;
+        }
+        in = &file;
+    }
+    // A person at a terminal keeps going after a mistake; everything else stops at it.
+    bool interactive = path != nullptr && strcmp(path, "-") == 0 && isatty(STDIN_FILENO);
+
+    // The harness is the service host: its own thread, and the threads that play the lower
+    // layers, act as the host process; clients act as theirs only during their calls.
+    ::android::hardware::host::ScopedCallingIdentity host(arharness::kHostPid, arharness::kHostUid);
+    // The simulated module is the one below the HAL, whatever the environment says.
+    unsetenv("HAL_LIBRARY_PATH");
+    gTrace = new arharness::Trace(stdout, format);
     __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
-    const char* library = "vendor.quarn.hardware.activity_recognition@1.1-impl.so";
-    void* handle = dlopen(library, RTLD_NOW);
-    if (handle == nullptr) {
-        fprintf(stderr, "ar-harness: dlopen %s: %s\n", library, dlerror());
+    __android_log_set_logger(traceLogger);
+    gModule = new arharness::ModuleLayer(gTrace);
+    gModule->install();
+    gRunner = new arharness::Runner(gTrace, gModule);
+    arharness::Runner* runner = gRunner;
+
+    int errors = 0;
+    std::string text;
+    for (int line = 1; std::getline(*in, text); ++line) {
+        if (runner->runLine(name, line, text)) continue;
+        ++errors;
+        fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, runner->error().c_str());
+        if (format == Format::kJsonl) {
+            printf("{\"file\":%s,\"line\":%d,\"kind\":\"error\",\"text\":%s}\n",
+                   arharness::jsonString(name).c_str(), line,
+                   arharness::jsonString(runner->error()).c_str());
+            fflush(stdout);
+        }
+        if (!interactive) break;
+    }
+    fflush(stdout);
+    if (errors > 0) return 2;
+    if (runner->failures() > 0) {
+        fprintf(stderr, "%s: %d expectation%s failed\n", name.c_str(), runner->failures(),
+                runner->failures() == 1 ? "" : "s");
         return 1;
     }
-    using Fetch = IActivityRecognition* (*)(const char*);
-    auto fetch = reinterpret_cast<Fetch>(dlsym(handle, "HIDL_FETCH_IActivityRecognition"));
-    if (fetch == nullptr) {
-        fprintf(stderr, "ar-harness: dlsym: %s\n", dlerror());
-        return 1;
-    }
-    ::android::sp<IActivityRecognition> service = fetch("default");
-    printf("service: %s\n", service != nullptr ? "loaded" : "null");
-    if (service == nullptr) return 1;
-    auto activity = service->getActivityInterfaceV1_1().withDefault(nullptr);
-    auto environment = service->getEnvironmentInterfaceV1_1().withDefault(nullptr);
-    printf("activity interface: %s\n", activity != nullptr ? "present" : "null");
-    printf("environment interface: %s\n", environment != nullptr ? "present" : "null");
     return 0;
 }

@@ -1,0 +1,1230 @@
+#include "Runner.h"
+
+#include <android-base/properties.h>
+#include <dlfcn.h>
+#include <hwbinder/IPCThreadState.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <functional>
+
+namespace arharness {
+namespace {
+
+using ::android::sp;
+using ::android::wp;
+using ::android::hardware::hidl_string;
+using ::android::hardware::hidl_vec;
+using ::android::hidl::base::V1_0::IBase;
+
+constexpr char kLibrary[] = "vendor.quarn.hardware.activity_recognition@1.1-impl.so";
+constexpr char kEntryPoint[] = "HIDL_FETCH_IActivityRecognition";
+
+const char* const kReserved[] = {"property", "module", "zel",    "start", "client", "kill",
+                                 "expect",   "log",    "result", "order", "no",     "nothing"};
+
+// Entries of the module that take extra parameters.
+bool takesParams(const std::string& entry) {
+    return entry == "enable_activity_event_extend" || entry == "init_environment" ||
+           entry == "exit_environment" || entry == "enable_environment";
+}
+
+std::string join(const std::vector<std::string>& parts, const std::string& separator) {
+    std::string text;
+    for (size_t i = 0; i < parts.size(); ++i) text += (i > 0 ? separator : "") + parts[i];
+    return text;
+}
+
+std::string rest(const std::vector<std::string>& args, size_t from) {
+    std::vector<std::string> quoted;
+    for (size_t i = from; i < args.size(); ++i) quoted.push_back(quoteToken(args[i]));
+    return join(quoted, " ");
+}
+
+char priorityLetter(int priority) {
+    static const char kLetters[] = "??VDIWEFS";
+    return priority >= 0 && priority <= 8 ? kLetters[priority] : '?';
+}
+
+// A priority as a letter (V D I W E F) or its number (2 to 7).
+bool parsePriority(const std::string& text, char* letter) {
+    if (text.size() == 1 && strchr("VDIWEF", text[0]) != nullptr) {
+        *letter = text[0];
+        return true;
+    }
+    int64_t number;
+    if (parseInt64(text, &number) && number >= 2 && number <= 7) {
+        *letter = priorityLetter(static_cast<int>(number));
+        return true;
+    }
+    return false;
+}
+
+Record toRecord(const ar::V1_0::ActivityEventExtend& event) {
+    Record r;
+    r.e = event.eventType;
+    r.a = event.activity;
+    r.t = event.timestamp;
+    r.s = event.status;
+    for (int i = 0; i < 4; ++i) r.params.p[i] = event.otherParams.params[i];
+    r.params.x = event.otherParams.extra;
+    return r;
+}
+
+Record toRecord(const ar::V1_1::ActivityEventExtendV1_1& event) {
+    Record r;
+    r.e = event.eventType;
+    r.a = event.activity;
+    r.t = event.timestamp;
+    r.c = event.confidence;
+    r.s = event.status;
+    for (int i = 0; i < 4; ++i) r.params.p[i] = event.otherParams.params[i];
+    r.params.x = event.otherParams.extra;
+    return r;
+}
+
+ar::V1_0::OtherParams toOtherParams(const Params& params) {
+    ar::V1_0::OtherParams out;
+    for (int i = 0; i < 4; ++i) out.params[i] = params.p[i];
+    out.extra = params.x;
+    return out;
+}
+
+// Acts as the client's process on this thread for the duration of one call.
+class AsClient {
+  public:
+    AsClient(const ClientState& state, bool noThreadState) : mIdentity(state.pid, kHostUid) {
+        ::android::hardware::host::setThreadStateAvailable(!noThreadState);
+    }
+    ~AsClient() { ::android::hardware::host::setThreadStateAvailable(true); }
+
+  private:
+    ::android::hardware::host::ScopedCallingIdentity mIdentity;
+};
+
+}  // namespace
+
+Runner::Runner(Trace* trace, ModuleLayer* module) : mTrace(trace), mModule(module) {}
+
+bool Runner::fail(const std::string& message) {
+    mError = message;
+    return false;
+}
+
+void Runner::note(const std::string& kind, const std::string& text, const std::string& json) {
+    Event event;
+    event.kind = kind;
+    event.text = text;
+    event.json = ",\"text\":" + jsonString(text) + json;
+    mTrace->emit(std::move(event));
+}
+
+bool Runner::runLine(const std::string& file, int line, const std::string& text) {
+    mFile = file;
+    mLine = line;
+    mError.clear();
+    Args args;
+    std::string error;
+    if (!tokenize(text, &args, &error)) return fail(error);
+    if (args.empty()) return true;
+    mText = rest(args, 0);
+    mTrace->setLocation(file, line);
+    // An expectation looks at the step before it; its check is its line in the trace.
+    if (args[0] != "expect") {
+        mTrace->beginStep();
+        mResult = Result();
+        Event event;
+        event.kind = "command";
+        event.text = mText;
+        event.json = ",\"text\":" + jsonString(mText);
+        mTrace->emit(std::move(event));
+    }
+    bool ok = command(args);
+    mModule->flush();
+    return ok;
+}
+
+bool Runner::command(const Args& args) {
+    const std::string& word = args[0];
+    if (word == "property") return property(args);
+    if (word == "module") return module(args);
+    if (word == "start") return start(args);
+    if (word == "client") return createClient(args);
+    if (word == "kill") return kill(args);
+    if (word == "expect") return expect(args);
+    if (word == "zel") {
+        return fail("the simulated client library is not part of this build");
+    }
+    if (Client* client = findClient(word)) return clientCommand(client, args);
+    return fail("unknown command or client '" + word + "'");
+}
+
+Client* Runner::findClient(const std::string& name) {
+    for (Client& client : mClients) {
+        if (client.state->name == name) return &client;
+    }
+    return nullptr;
+}
+
+// property NAME VALUE
+bool Runner::property(const Args& args) {
+    if (args.size() != 3) return fail("usage: property NAME VALUE");
+    if (!::android::base::SetProperty(args[1], args[2])) {
+        return fail("the property " + args[1] + " cannot be set");
+    }
+    note("setup", "property " + args[1] + " = " + quoteToken(args[2]),
+         ",\"name\":" + jsonString(args[1]) + ",\"value\":" + jsonString(args[2]));
+    return true;
+}
+
+bool Runner::module(const Args& args) {
+    const std::string usage =
+            "usage: module absent | result ENTRY CODE | table activity|environment on|off | "
+            "supported activity|environment [NAME...] [count=N] [null] | "
+            "current activity|environment [RECORD...] [count=N] [null] | "
+            "report activities|extended|environments [RECORD...] [count=N] [repeat=N] [null] "
+            "[as=PID] [nostate]";
+    if (args.size() < 2) return fail(usage);
+    const std::string& what = args[1];
+    if (what == "absent") {
+        if (args.size() != 2) return fail("usage: module absent");
+        if (mStarted) return fail("the module is already loaded: write module absent before start");
+        setenv("HAL_LIBRARY_PATH", "/nonexistent/ar-harness", 1);
+        note("setup", "module absent: the module loader finds no module");
+        return true;
+    }
+    if (what == "result") {
+        int32_t code;
+        if (args.size() != 4) return fail("usage: module result ENTRY CODE");
+        if (!ModuleLayer::isEntry(args[2])) return fail("the module has no entry " + args[2]);
+        if (!ModuleLayer::hasResultCode(args[2])) {
+            return fail(args[2] +
+                        " answers no result code (module supported, current or table set its "
+                        "answer)");
+        }
+        if (!parseInt32(args[3], &code)) return fail("bad result code '" + args[3] + "'");
+        mModule->setResult(args[2], code);
+        note("setup", "module " + args[2] + " answers " + std::to_string(code));
+        return true;
+    }
+    if (what == "report") return moduleReport(args);
+    if (what != "table" && what != "supported" && what != "current") return fail(usage);
+    if (args.size() < 3 || (args[2] != "activity" && args[2] != "environment")) {
+        return fail("usage: module " + what + " activity|environment ...");
+    }
+    bool activity = args[2] == "activity";
+    if (what == "table") {
+        if (args.size() != 4 || (args[3] != "on" && args[3] != "off")) {
+            return fail("usage: module table activity|environment on|off");
+        }
+        mModule->setTable(activity, args[3] == "on");
+        note("setup", "module " + args[2] + " table " + args[3]);
+        return true;
+    }
+    bool hasCount = false;
+    bool null = false;
+    int32_t count = 0;
+    std::vector<std::string> names;
+    std::vector<Record> records;
+    for (size_t i = 3; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg.compare(0, 6, "count=") == 0) {
+            if (!parseInt32(arg.substr(6), &count)) return fail("bad count '" + arg + "'");
+            hasCount = true;
+        } else if (arg == "null") {
+            null = true;
+        } else if (what == "supported") {
+            names.push_back(arg);
+        } else {
+            Record record;
+            std::string error;
+            if (!parseRecord(arg, Fields::kLongC, &record, &error)) return fail(error);
+            records.push_back(record);
+        }
+    }
+    std::string options =
+            std::string(hasCount ? " count=" + std::to_string(count) : "") + (null ? " null" : "");
+    if (what == "supported") {
+        mModule->setList(activity, names, hasCount, count, null);
+        std::vector<std::string> quoted;
+        for (const auto& name : names) quoted.push_back(quoteToken(name));
+        note("setup", "module " + args[2] + " list answers [" + join(quoted, " ") + "]" + options);
+    } else {
+        mModule->setState(activity, records, hasCount, count, null);
+        note("setup", "module " + args[2] + " state answers " +
+                              formatRecords(records, Fields::kLongC) + options);
+    }
+    return true;
+}
+
+// module report activities|extended|environments [RECORD...] [count=N] [repeat=N] [null]
+// [as=PID] [nostate]
+bool Runner::moduleReport(const Args& args) {
+    if (args.size() < 3) return fail("usage: module report activities|extended|environments ...");
+    ModuleLayer::Batch batch;
+    Fields fields = Fields::kLongC;
+    const char* slot;
+    if (args[2] == "activities") {
+        batch = ModuleLayer::Batch::kActivities;
+        fields = Fields::kShortC;
+        slot = "activity_changed";
+    } else if (args[2] == "extended") {
+        batch = ModuleLayer::Batch::kExtended;
+        slot = "activity_extend_changed";
+    } else if (args[2] == "environments") {
+        batch = ModuleLayer::Batch::kEnvironments;
+        slot = "environment_changed";
+    } else {
+        return fail("module report takes activities, extended or environments, not '" + args[2] +
+                    "'");
+    }
+    std::vector<Record> records;
+    bool hasCount = false;
+    bool null = false;
+    bool noState = false;
+    int32_t count = 0;
+    int32_t repeat = 1;
+    int32_t pid = kHostPid;
+    for (size_t i = 3; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        std::string error;
+        if (arg.compare(0, 6, "count=") == 0) {
+            if (!parseInt32(arg.substr(6), &count)) return fail("bad count '" + arg + "'");
+            hasCount = true;
+        } else if (arg.compare(0, 7, "repeat=") == 0) {
+            if (!parseInt32(arg.substr(7), &repeat) || repeat < 1 || repeat > 10000) {
+                return fail("bad repeat '" + arg + "' (1 to 10000)");
+            }
+        } else if (arg.compare(0, 3, "as=") == 0) {
+            if (!parseInt32(arg.substr(3), &pid)) return fail("bad pid '" + arg + "'");
+        } else if (arg == "null") {
+            null = true;
+        } else if (arg == "nostate") {
+            noState = true;
+        } else if (looksLikeRecord(arg)) {
+            Record record;
+            if (!parseRecord(arg, fields, &record, &error)) return fail(error);
+            if (record.params.x.size() > 32) {
+                return fail("x holds at most 32 bytes in a legacy record");
+            }
+            records.push_back(record);
+        } else {
+            return fail("bad argument '" + arg +
+                        "' (a record such as e=1,a=3,t=1000, or count=, "
+                        "repeat=, null, as=, nostate)");
+        }
+    }
+    std::vector<Record> batchRecords;
+    for (int32_t r = 0; r < repeat; ++r) {
+        batchRecords.insert(batchRecords.end(), records.begin(), records.end());
+    }
+    if (!hasCount) count = static_cast<int32_t>(batchRecords.size());
+    std::string identity = noState ? "no thread state" : "pid " + std::to_string(pid);
+    std::string shown = batchRecords.size() <= 8
+                                ? formatRecords(batchRecords, fields)
+                                : std::to_string(batchRecords.size()) + " records, first " +
+                                          formatRecord(batchRecords[0], fields);
+    Event event;
+    event.kind = "report";
+    event.subject = "module";
+    event.name = slot;
+    event.text = std::string("module ") + slot + "(" + (null ? "null" : shown) + ", " +
+                 std::to_string(count) + ") from the module thread, " + identity;
+    event.json = ",\"layer\":\"module\",\"slot\":" + jsonString(slot) +
+                 ",\"records\":" + (null ? "null" : recordsJson(batchRecords, fields)) +
+                 ",\"count\":" + std::to_string(count) +
+                 ",\"pid\":" + (noState ? "null" : std::to_string(pid));
+    mTrace->emit(std::move(event));
+    if (!mModule->report(batch, batchRecords, count, null, pid, noState)) {
+        note("note",
+             std::string("the HAL registered no ") +
+                     (batch == ModuleLayer::Batch::kEnvironments ? "environment" : "activity") +
+                     " callbacks with the module: nothing was reported");
+    }
+    return true;
+}
+
+// start [INSTANCE]: what the service host does when the service is first asked for.
+bool Runner::start(const Args& args) {
+    if (args.size() > 2) return fail("usage: start [INSTANCE]");
+    if (mStarted) {
+        return fail("the service was already started at line " + std::to_string(mStartLine) +
+                    "; a run starts it once");
+    }
+    void* handle = dlopen(kLibrary, RTLD_NOW);
+    if (handle == nullptr) return fail(std::string("cannot load the HAL: ") + dlerror());
+    using Fetch = ar::V1_1::IActivityRecognition* (*)(const char*);
+    auto fetch = reinterpret_cast<Fetch>(dlsym(handle, kEntryPoint));
+    if (fetch == nullptr) return fail(std::string("the HAL exports no entry point: ") + dlerror());
+    mStarted = true;
+    mStartLine = mLine;
+    std::string instance = args.size() == 2 ? args[1] : "default";
+    ClientState host;
+    host.name = "host";
+    host.pid = kHostPid;
+    traceCall(host, kEntryPoint, quoteToken(instance));
+    mService = fetch(instance.c_str());
+    mModule->flush();
+    Result result;
+    result.type = Result::Type::kWord;
+    result.method = kEntryPoint;
+    result.text = mService != nullptr ? "service" : "null";
+    result.json = jsonString(result.text);
+    traceReturn(host, result);
+    return true;
+}
+
+// client NAME pid=PID version=1.0|1.1 activity|environment [link=ok|refuse|error]
+// [calls=ok|fail]
+bool Runner::createClient(const Args& args) {
+    const char* usage =
+            "usage: client NAME pid=PID version=1.0|1.1 activity|environment "
+            "[link=ok|refuse|error] "
+            "[calls=ok|fail]";
+    if (args.size() < 2) return fail(usage);
+    const std::string& name = args[1];
+    bool valid = isalpha(static_cast<unsigned char>(name[0]));
+    for (char c : name)
+        valid = valid && (isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-');
+    if (!valid)
+        return fail("bad client name '" + name + "' (a letter, then letters, digits, _ or -)");
+    for (const char* word : kReserved) {
+        if (name == word)
+            return fail("'" + name + "' is a word of the language, not a client name");
+    }
+    if (findClient(name) != nullptr) return fail("the client " + name + " exists already");
+    auto state = std::make_shared<ClientState>();
+    state->name = name;
+    state->trace = mTrace;
+    bool hasPid = false;
+    bool hasVersion = false;
+    bool hasSide = false;
+    Args options;
+    for (size_t i = 2; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        int32_t pid;
+        if (arg.compare(0, 4, "pid=") == 0) {
+            if (!parseInt32(arg.substr(4), &pid)) return fail("bad pid '" + arg + "'");
+            state->pid = pid;
+            hasPid = true;
+        } else if (arg == "version=1.0" || arg == "version=1.1") {
+            state->v1_1 = arg == "version=1.1";
+            hasVersion = true;
+        } else if (arg == "activity" || arg == "environment") {
+            state->activity = arg == "activity";
+            hasSide = true;
+        } else {
+            options.push_back(arg);
+        }
+    }
+    if (!hasPid || !hasVersion || !hasSide) return fail(usage);
+    if (!setClientOptions(state.get(), options, 0, true)) return false;
+    mClients.push_back(makeClient(state));
+    note("setup",
+         "client " + state->label() + " version " + (state->v1_1 ? "1.1 " : "1.0 ") +
+                 (state->activity ? "activity" : "environment") + " client",
+         ",\"client\":" + jsonString(name) + ",\"pid\":" + std::to_string(state->pid) +
+                 ",\"version\":" + (state->v1_1 ? "\"1.1\"" : "\"1.0\"") +
+                 ",\"side\":" + (state->activity ? "\"activity\"" : "\"environment\""));
+    return true;
+}
+
+bool Runner::setClientOptions(ClientState* state, const Args& args, size_t from, bool creating) {
+    for (size_t i = from; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "link=ok") {
+            state->link = LinkMode::kOk;
+        } else if (arg == "link=refuse") {
+            state->link = LinkMode::kRefuse;
+        } else if (arg == "link=error") {
+            state->link = LinkMode::kError;
+        } else if (arg == "calls=ok" || arg == "calls=fail") {
+            state->failCalls = arg == "calls=fail";
+        } else {
+            return fail("bad client option '" + arg + "' (link=ok|refuse|error, calls=ok|fail" +
+                        (creating ? ", pid=, version=, activity|environment)" : ")"));
+        }
+    }
+    if (from == args.size() && !creating) return fail("usage: NAME set link=...|calls=...");
+    return true;
+}
+
+// kill NAME: the client's process dies. Every object of the process is dead at once; then each
+// recipient linked to one of them hears of it, on the host's binder thread.
+bool Runner::kill(const Args& args) {
+    if (args.size() != 2) return fail("usage: kill NAME");
+    Client* victim = findClient(args[1]);
+    if (victim == nullptr) return fail("no client " + args[1]);
+    if (victim->state->dead) return fail(args[1] + " is dead already");
+    pid_t pid = victim->state->pid;
+    mDeathLines[pid] = mLine;
+    std::vector<Client*> process;
+    for (Client& client : mClients) {
+        if (client.state->pid == pid && !client.state->dead) {
+            client.state->dead = true;
+            process.push_back(&client);
+        }
+    }
+    int notices = 0;
+    for (Client* client : process) {
+        // The HAL may unlink while it hears of the death: walk a copy.
+        auto links = client->state->links;
+        for (const auto& link : links) {
+            Event event;
+            event.kind = "death";
+            event.subject = client->state->name;
+            event.name = "serviceDied";
+            event.detail = std::to_string(link.second);
+            event.text = client->state->label() + " died: serviceDied(cookie " +
+                         std::to_string(link.second) + ")";
+            event.json = ",\"client\":" + jsonString(client->state->name) +
+                         ",\"pid\":" + std::to_string(pid) +
+                         ",\"cookie\":" + std::to_string(link.second);
+            mTrace->emit(std::move(event));
+            link.first->serviceDied(link.second, wp<IBase>(client->object));
+            ++notices;
+        }
+        client->state->links.clear();
+    }
+    if (notices == 0) {
+        note("death", "process " + std::to_string(pid) +
+                              " died; nothing was linked to the death of its objects");
+    }
+    return true;
+}
+
+bool Runner::clientCommand(Client* client, const Args& args) {
+    ClientState& state = *client->state;
+    if (args.size() < 2) return fail("usage: " + state.name + " METHOD [ARGUMENT...]");
+    if (args[1] == "set") return setClientOptions(&state, args, 2, false);
+    if (state.dead) {
+        return fail(state.name + " is dead (its process " + std::to_string(state.pid) +
+                    " died at line " + std::to_string(mDeathLines[state.pid]) + ")");
+    }
+    if (!mStarted) return fail("the service is not started (write start first)");
+    if (mService == nullptr) {
+        return fail("there is no service: " + std::string(kEntryPoint) + " answered null at line " +
+                    std::to_string(mStartLine));
+    }
+    return state.activity ? activityCall(client, args[1], args)
+                          : environmentCall(client, args[1], args);
+}
+
+std::string Runner::interfaceName(const void* object) {
+    if (object == nullptr) return "null";
+    auto it = mInterfaceNumbers.find(object);
+    if (it == mInterfaceNumbers.end()) {
+        int number = static_cast<int>(mInterfaceNumbers.size()) + 1;
+        it = mInterfaceNumbers.emplace(object, number).first;
+    }
+    return "@" + std::to_string(it->second);
+}
+
+// Calls one of the service's getters as the client and keeps what it answered.
+bool Runner::connect(Client* client, const std::string& getter) {
+    ClientState& state = *client->state;
+    traceCall(state, getter, "");
+    const void* object = nullptr;
+    {
+        AsClient as(state, false);
+        if (getter == "getActivityInterface") {
+            client->activityInterfaceV1_0 = mService->getActivityInterface().withDefault(nullptr);
+            object = static_cast<IBase*>(client->activityInterfaceV1_0.get());
+        } else if (getter == "getActivityInterfaceV1_1") {
+            client->activityInterfaceV1_1 =
+                    mService->getActivityInterfaceV1_1().withDefault(nullptr);
+            client->activityInterfaceV1_0 = client->activityInterfaceV1_1;
+            object = static_cast<IBase*>(client->activityInterfaceV1_1.get());
+        } else if (getter == "getEnvironmentInterface") {
+            client->environmentInterfaceV1_0 =
+                    mService->getEnvironmentInterface().withDefault(nullptr);
+            object = static_cast<IBase*>(client->environmentInterfaceV1_0.get());
+        } else {
+            client->environmentInterfaceV1_1 =
+                    mService->getEnvironmentInterfaceV1_1().withDefault(nullptr);
+            client->environmentInterfaceV1_0 = client->environmentInterfaceV1_1;
+            object = static_cast<IBase*>(client->environmentInterfaceV1_1.get());
+        }
+    }
+    mModule->flush();
+    Result result;
+    result.type = Result::Type::kWord;
+    result.method = getter;
+    result.text = interfaceName(object);
+    result.json = jsonString(result.text);
+    traceReturn(state, result);
+    return true;
+}
+
+// Makes sure the client holds the interface of its side and version, asking the service once.
+bool Runner::needInterface(Client* client) {
+    ClientState& state = *client->state;
+    std::string getter =
+            std::string(state.activity ? "getActivityInterface" : "getEnvironmentInterface") +
+            (state.v1_1 ? "V1_1" : "");
+    bool have = state.activity ? (state.v1_1 ? client->activityInterfaceV1_1 != nullptr
+                                             : client->activityInterfaceV1_0 != nullptr)
+                               : (state.v1_1 ? client->environmentInterfaceV1_1 != nullptr
+                                             : client->environmentInterfaceV1_0 != nullptr);
+    if (have) return true;
+    connect(client, getter);
+    have = state.activity ? (state.v1_1 ? client->activityInterfaceV1_1 != nullptr
+                                        : client->activityInterfaceV1_0 != nullptr)
+                          : (state.v1_1 ? client->environmentInterfaceV1_1 != nullptr
+                                        : client->environmentInterfaceV1_0 != nullptr);
+    if (!have) return fail(state.name + " has no interface to call: " + getter + " answered null");
+    return true;
+}
+
+namespace {
+
+// Splits a client call's arguments into positional ones, extra parameters and options.
+struct CallArgs {
+    std::vector<std::string> positional;
+    Params params;
+    bool hasParams = false;
+    bool noState = false;
+    bool null = false;
+};
+
+bool splitCallArgs(const std::vector<std::string>& args, CallArgs* out, std::string* error) {
+    for (size_t i = 2; i < args.size(); ++i) {
+        bool matched = false;
+        if (!parseParamsToken(args[i], &out->params, &matched, error)) return false;
+        if (matched) {
+            out->hasParams = true;
+        } else if (args[i] == "nostate") {
+            out->noState = true;
+        } else if (args[i] == "null") {
+            out->null = true;
+        } else {
+            out->positional.push_back(args[i]);
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool Runner::activityCall(Client* client, const std::string& method, const Args& args) {
+    ClientState& state = *client->state;
+    CallArgs call;
+    std::string error;
+    if (!splitCallArgs(args, &call, &error)) return fail(error);
+    const auto& p = call.positional;
+    auto usage = [&](const std::string& form) {
+        return fail("usage: " + state.name + " " + method + (form.empty() ? "" : " ") + form +
+                    " [nostate]");
+    };
+    bool v1_1Method = method == "registerActivityCallbackV1_1" ||
+                      method == "getCurrentActivityV1_1" || method == "getActivityInterfaceV1_1";
+    if (v1_1Method && !state.v1_1) {
+        return fail(state.name + " is a version 1.0 client; " + method + " is a 1.1 method");
+    }
+    bool takesParams = method == "enableActivityEventExtend";
+    bool takesNull = method == "register" || method == "registerActivityCallback" ||
+                     method == "registerActivityCallbackV1_1";
+    if (call.hasParams && !takesParams) return fail(method + " takes no p= or x=");
+    if (call.null && !takesNull) return fail(method + " takes no null");
+
+    if (method == "connect" || method == "getActivityInterface" ||
+        method == "getActivityInterfaceV1_1") {
+        if (!p.empty()) return usage("");
+        std::string getter = method != "connect" ? method
+                             : state.v1_1        ? "getActivityInterfaceV1_1"
+                                                 : "getActivityInterface";
+        return connect(client, getter);
+    }
+
+    uint32_t activity = 0;
+    uint32_t eventType = 0;
+    int64_t latency = 0;
+    auto number = [&](size_t i, const char* what, uint32_t* value) {
+        if (parseUint32(p[i], value)) return true;
+        return fail(std::string("bad ") + what + " '" + p[i] + "' (0 to 4294967295)");
+    };
+    auto duration = [&](size_t i) {
+        if (parseDuration(p[i], &latency)) return true;
+        return fail("bad latency '" + p[i] + "' (nanoseconds, or a number with ns, us, ms or s)");
+    };
+    std::function<void()> invoke;
+    std::string shownArgs;
+    Result result;
+    result.method = method;
+    auto intResult = [&](const ::android::hardware::Return<int32_t>& r) {
+        result.type = Result::Type::kInt;
+        if (r.isOk()) {
+            result.text = std::to_string(static_cast<int32_t>(r));
+        } else {
+            result.text = "transport error: " + r.description();
+        }
+        result.json = r.isOk() ? result.text : jsonString(result.text);
+    };
+    auto recordsResult = [&](Fields fields) {
+        result.type = Result::Type::kRecords;
+        result.fields = fields;
+        result.text = "no answer";
+        result.json = "null";
+    };
+
+    if (method == "register" || method == "registerActivityCallback" ||
+        method == "registerActivityCallbackV1_1") {
+        if (!p.empty()) return usage("[null]");
+        bool v1_1 = method == "registerActivityCallbackV1_1" || (method == "register" && state.v1_1);
+        std::string name = v1_1 ? "registerActivityCallbackV1_1" : "registerActivityCallback";
+        result.method = name;
+        shownArgs = call.null ? "null" : state.name;
+        if (!needInterface(client)) return false;
+        traceCall(state, name, shownArgs);
+        AsClient as(state, call.noState);
+        if (v1_1) {
+            client->activityInterfaceV1_1->registerActivityCallbackV1_1(
+                    call.null ? nullptr : client->activityV1_1);
+        } else {
+            client->activityInterfaceV1_0->registerActivityCallback(
+                    call.null ? nullptr : client->activityV1_0);
+        }
+    } else if (method == "getSupportedActivitiesList") {
+        if (!p.empty()) return usage("");
+        if (!needInterface(client)) return false;
+        traceCall(state, method, "");
+        result.type = Result::Type::kStrings;
+        result.text = "no answer";
+        result.json = "null";
+        AsClient as(state, call.noState);
+        client->activityInterfaceV1_0->getSupportedActivitiesList(
+                [&](const hidl_vec<hidl_string>& names) {
+                    std::vector<std::string> quoted;
+                    std::string json = "[";
+                    for (const auto& name : names) {
+                        quoted.push_back(quoteToken(name));
+                        json += (json.size() > 1 ? "," : "") + jsonString(name);
+                    }
+                    result.text = "[" + join(quoted, " ") + "]";
+                    result.json = json + "]";
+                });
+    } else if (method == "enableActivityEvent" || method == "enableActivityEventExtend") {
+        if (p.size() != 3) {
+            return usage(std::string("ACTIVITY EVENT_TYPE LATENCY") +
+                         (takesParams ? " [p=D:D:D:D] [x=TEXT]" : ""));
+        }
+        if (!number(0, "activity", &activity) || !number(1, "event type", &eventType) ||
+            !duration(2)) {
+            return false;
+        }
+        shownArgs = std::to_string(activity) + ", " + std::to_string(eventType) + ", " +
+                    std::to_string(latency) + (takesParams ? ", " + formatParams(call.params) : "");
+        if (!needInterface(client)) return false;
+        traceCall(state, method, shownArgs);
+        AsClient as(state, call.noState);
+        if (takesParams) {
+            intResult(client->activityInterfaceV1_0->enableActivityEventExtend(
+                    activity, eventType, latency, toOtherParams(call.params)));
+        } else {
+            intResult(client->activityInterfaceV1_0->enableActivityEvent(activity, eventType,
+                                                                         latency));
+        }
+    } else if (method == "disableActivityEvent") {
+        if (p.size() != 2) return usage("ACTIVITY EVENT_TYPE");
+        if (!number(0, "activity", &activity) || !number(1, "event type", &eventType)) {
+            return false;
+        }
+        shownArgs = std::to_string(activity) + ", " + std::to_string(eventType);
+        if (!needInterface(client)) return false;
+        traceCall(state, method, shownArgs);
+        AsClient as(state, call.noState);
+        intResult(client->activityInterfaceV1_0->disableActivityEvent(activity, eventType));
+    } else if (method == "flush") {
+        if (!p.empty()) return usage("");
+        if (!needInterface(client)) return false;
+        traceCall(state, method, "");
+        AsClient as(state, call.noState);
+        intResult(client->activityInterfaceV1_0->flush());
+    } else if (method == "getCurrentActivity") {
+        if (!p.empty()) return usage("");
+        if (!needInterface(client)) return false;
+        traceCall(state, method, "");
+        recordsResult(Fields::kLong);
+        AsClient as(state, call.noState);
+        client->activityInterfaceV1_0->getCurrentActivity(
+                [&](const hidl_vec<ar::V1_0::ActivityEventExtend>& events) {
+                    std::vector<Record> records;
+                    for (const auto& event : events) records.push_back(toRecord(event));
+                    result.text = formatRecords(records, Fields::kLong);
+                    result.json = recordsJson(records, Fields::kLong);
+                });
+    } else if (method == "getCurrentActivityV1_1") {
+        if (!p.empty()) return usage("");
+        if (!needInterface(client)) return false;
+        traceCall(state, method, "");
+        recordsResult(Fields::kLongC);
+        AsClient as(state, call.noState);
+        client->activityInterfaceV1_1->getCurrentActivityV1_1(
+                [&](const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& events) {
+                    std::vector<Record> records;
+                    for (const auto& event : events) records.push_back(toRecord(event));
+                    result.text = formatRecords(records, Fields::kLongC);
+                    result.json = recordsJson(records, Fields::kLongC);
+                });
+    } else {
+        return fail(
+                state.name + " is an activity client: unknown method '" + method +
+                "' (register, connect, registerActivityCallback, registerActivityCallbackV1_1, "
+                "getSupportedActivitiesList, enableActivityEvent, enableActivityEventExtend, "
+                "disableActivityEvent, flush, getCurrentActivity, getCurrentActivityV1_1, set)");
+    }
+    mModule->flush();
+    traceReturn(state, result);
+    return true;
+}
+
+bool Runner::environmentCall(Client* client, const std::string& method, const Args& args) {
+    ClientState& state = *client->state;
+    CallArgs call;
+    std::string error;
+    if (!splitCallArgs(args, &call, &error)) return fail(error);
+    const auto& p = call.positional;
+    auto usage = [&](const std::string& form) {
+        return fail("usage: " + state.name + " " + method + (form.empty() ? "" : " ") + form +
+                    " [nostate]");
+    };
+    bool v1_1Method = method == "registerEnvironmentCallbackV1_1" ||
+                      method == "getCurrentEnvironmentV1_1" ||
+                      method == "getEnvironmentInterfaceV1_1";
+    if (v1_1Method && !state.v1_1) {
+        return fail(state.name + " is a version 1.0 client; " + method + " is a 1.1 method");
+    }
+    bool takesParams = method == "initEnvironment" || method == "exitEnvironment" ||
+                       method == "enableEnvironment";
+    bool takesNull = method == "register" || method == "registerEnvironmentCallback" ||
+                     method == "registerEnvironmentCallbackV1_1";
+    if (call.hasParams && !takesParams) return fail(method + " takes no p= or x=");
+    if (call.null && !takesNull) return fail(method + " takes no null");
+
+    if (method == "connect" || method == "getEnvironmentInterface" ||
+        method == "getEnvironmentInterfaceV1_1") {
+        if (!p.empty()) return usage("");
+        std::string getter = method != "connect" ? method
+                             : state.v1_1        ? "getEnvironmentInterfaceV1_1"
+                                                 : "getEnvironmentInterface";
+        return connect(client, getter);
+    }
+
+    uint32_t environment = 0;
+    uint32_t eventType = 0;
+    int64_t latency = 0;
+    auto number = [&](size_t i, const char* what, uint32_t* value) {
+        if (parseUint32(p[i], value)) return true;
+        return fail(std::string("bad ") + what + " '" + p[i] + "' (0 to 4294967295)");
+    };
+    Result result;
+    result.method = method;
+    auto intResult = [&](const ::android::hardware::Return<int32_t>& r) {
+        result.type = Result::Type::kInt;
+        result.text = r.isOk() ? std::to_string(static_cast<int32_t>(r))
+                               : "transport error: " + r.description();
+        result.json = r.isOk() ? result.text : jsonString(result.text);
+    };
+    auto& iface = client->environmentInterfaceV1_0;
+    std::string shownParams = formatParams(call.params);
+
+    if (method == "register" || method == "registerEnvironmentCallback" ||
+        method == "registerEnvironmentCallbackV1_1") {
+        if (!p.empty()) return usage("[null]");
+        bool v1_1 =
+                method == "registerEnvironmentCallbackV1_1" || (method == "register" && state.v1_1);
+        std::string name = v1_1 ? "registerEnvironmentCallbackV1_1" : "registerEnvironmentCallback";
+        result.method = name;
+        if (!needInterface(client)) return false;
+        traceCall(state, name, call.null ? "null" : state.name);
+        AsClient as(state, call.noState);
+        if (v1_1) {
+            client->environmentInterfaceV1_1->registerEnvironmentCallbackV1_1(
+                    call.null ? nullptr : client->environmentV1_1);
+        } else {
+            iface->registerEnvironmentCallback(call.null ? nullptr : client->environmentV1_0);
+        }
+    } else if (method == "getSupportedEnvironmentsList") {
+        if (!p.empty()) return usage("");
+        if (!needInterface(client)) return false;
+        traceCall(state, method, "");
+        result.type = Result::Type::kStrings;
+        result.text = "no answer";
+        result.json = "null";
+        AsClient as(state, call.noState);
+        iface->getSupportedEnvironmentsList([&](const hidl_vec<hidl_string>& names) {
+            std::vector<std::string> quoted;
+            std::string json = "[";
+            for (const auto& name : names) {
+                quoted.push_back(quoteToken(name));
+                json += (json.size() > 1 ? "," : "") + jsonString(name);
+            }
+            result.text = "[" + join(quoted, " ") + "]";
+            result.json = json + "]";
+        });
+    } else if (method == "initEnvironment" || method == "exitEnvironment") {
+        if (p.size() != 1) return usage("ENVIRONMENT [p=D:D:D:D] [x=TEXT]");
+        if (!number(0, "environment", &environment)) return false;
+        if (!needInterface(client)) return false;
+        traceCall(state, method, std::to_string(environment) + ", " + shownParams);
+        AsClient as(state, call.noState);
+        auto params = toOtherParams(call.params);
+        intResult(method == "initEnvironment" ? iface->initEnvironment(environment, params)
+                                              : iface->exitEnvironment(environment, params));
+    } else if (method == "enableEnvironment") {
+        if (p.size() != 3) return usage("ENVIRONMENT EVENT_TYPE LATENCY [p=D:D:D:D] [x=TEXT]");
+        if (!number(0, "environment", &environment) || !number(1, "event type", &eventType)) {
+            return false;
+        }
+        if (!parseDuration(p[2], &latency)) {
+            return fail("bad latency '" + p[2] +
+                        "' (nanoseconds, or a number with ns, us, ms or s)");
+        }
+        if (!needInterface(client)) return false;
+        traceCall(state, method,
+                  std::to_string(environment) + ", " + std::to_string(eventType) + ", " +
+                          std::to_string(latency) + ", " + shownParams);
+        AsClient as(state, call.noState);
+        intResult(iface->enableEnvironment(environment, eventType, latency,
+                                           toOtherParams(call.params)));
+    } else if (method == "disableEnvironment") {
+        if (p.size() != 2) return usage("ENVIRONMENT EVENT_TYPE");
+        if (!number(0, "environment", &environment) || !number(1, "event type", &eventType)) {
+            return false;
+        }
+        if (!needInterface(client)) return false;
+        traceCall(state, method, std::to_string(environment) + ", " + std::to_string(eventType));
+        AsClient as(state, call.noState);
+        intResult(iface->disableEnvironment(environment, eventType));
+    } else if (method == "getCurrentEnvironment") {
+        if (!p.empty()) return usage("");
+        if (!needInterface(client)) return false;
+        traceCall(state, method, "");
+        result.type = Result::Type::kRecords;
+        result.fields = Fields::kLong;
+        result.text = "no answer";
+        result.json = "null";
+        AsClient as(state, call.noState);
+        iface->getCurrentEnvironment([&](const hidl_vec<ar::V1_0::ActivityEventExtend>& events) {
+            std::vector<Record> records;
+            for (const auto& event : events) records.push_back(toRecord(event));
+            result.text = formatRecords(records, Fields::kLong);
+            result.json = recordsJson(records, Fields::kLong);
+        });
+    } else if (method == "getCurrentEnvironmentV1_1") {
+        if (!p.empty()) return usage("");
+        if (!needInterface(client)) return false;
+        traceCall(state, method, "");
+        result.type = Result::Type::kRecords;
+        result.fields = Fields::kLongC;
+        result.text = "no answer";
+        result.json = "null";
+        AsClient as(state, call.noState);
+        client->environmentInterfaceV1_1->getCurrentEnvironmentV1_1(
+                [&](const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& events) {
+                    std::vector<Record> records;
+                    for (const auto& event : events) records.push_back(toRecord(event));
+                    result.text = formatRecords(records, Fields::kLongC);
+                    result.json = recordsJson(records, Fields::kLongC);
+                });
+    } else {
+        return fail(state.name + " is an environment client: unknown method '" + method +
+                    "' (register, connect, registerEnvironmentCallback, "
+                    "registerEnvironmentCallbackV1_1, getSupportedEnvironmentsList, "
+                    "initEnvironment, exitEnvironment, enableEnvironment, disableEnvironment, "
+                    "getCurrentEnvironment, getCurrentEnvironmentV1_1, set)");
+    }
+    mModule->flush();
+    traceReturn(state, result);
+    return true;
+}
+
+void Runner::traceCall(const ClientState& state, const std::string& method,
+                       const std::string& args) {
+    Event event;
+    event.kind = "call";
+    event.subject = state.name;
+    event.name = method;
+    event.detail = args;
+    event.text = state.label() + " " + method + "(" + args + ")";
+    event.json = ",\"client\":" + jsonString(state.name) + ",\"pid\":" + std::to_string(state.pid) +
+                 ",\"method\":" + jsonString(method) + ",\"args\":" + jsonString(args);
+    mTrace->emit(std::move(event));
+}
+
+void Runner::traceReturn(const ClientState& state, Result result) {
+    Event event;
+    event.kind = "return";
+    event.subject = state.name;
+    event.name = result.method;
+    event.detail = result.text;
+    event.text = state.label() + " " + result.method;
+    if (result.type != Result::Type::kNone) event.text += " = " + result.text;
+    event.json = ",\"client\":" + jsonString(state.name) + ",\"pid\":" + std::to_string(state.pid) +
+                 ",\"method\":" + jsonString(result.method);
+    if (result.type != Result::Type::kNone) event.json += ",\"result\":" + result.json;
+    mTrace->emit(std::move(event));
+    mResult = std::move(result);
+}
+
+// ---- expectations ----
+
+bool Runner::expect(const Args& args) {
+    const char* usage =
+            "usage: expect result VALUE... | log PRIORITY TAG TEXT | no log TAG TEXT | "
+            "module nothing|no ENTRY|ENTRY [ARG...] | order CLIENT CLIENT... | "
+            "CLIENT nothing|no METHOD|METHOD [RECORD...]";
+    if (args.size() < 2) return fail(usage);
+    const std::string& what = args[1];
+    if (what == "result") return expectResult(args);
+    if (what == "log") return expectLog(args);
+    if (what == "no" && args.size() > 2 && args[2] == "log") return expectNoLog(args);
+    if (what == "module") return expectModule(args);
+    if (what == "order") return expectOrder(args);
+    if (Client* client = findClient(what)) return expectClient(client, args);
+    return fail("expect what? '" + what + "' is neither a kind of expectation nor a client (" +
+                usage + ")");
+}
+
+void Runner::check(const std::string& expectation, bool ok, const std::string& expected,
+                   const std::string& got) {
+    Event event;
+    event.kind = "check";
+    event.text = (ok ? "ok     expect " : "FAILED expect ") + expectation;
+    if (!ok) event.text += ": expected " + expected + "; got " + got;
+    event.json = ",\"ok\":" + std::string(ok ? "true" : "false") +
+                 ",\"expectation\":" + jsonString(expectation);
+    if (!ok) event.json += ",\"expected\":" + jsonString(expected) + ",\"got\":" + jsonString(got);
+    mTrace->emit(std::move(event));
+    if (!ok) {
+        ++mFailures;
+        fprintf(stderr, "%s:%d: expectation failed: %s\n    expected: %s\n    got: %s\n",
+                mFile.c_str(), mLine, expectation.c_str(), expected.c_str(), got.c_str());
+    }
+}
+
+bool Runner::consume(const std::string& kind, const std::string& subject, const std::string& name,
+                     const std::string& detail, std::string* got) {
+    bool found = false;
+    std::vector<std::string> seen;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (Event& event : events) {
+            if (event.kind != kind || event.subject != subject) continue;
+            if (!found && !event.consumed && event.name == name && event.detail == detail) {
+                event.consumed = true;
+                found = true;
+                return;
+            }
+            seen.push_back(event.text);
+        }
+    });
+    *got = seen.empty() ? "nothing" : join(seen, " | ");
+    return found;
+}
+
+bool Runner::nothingElse(const std::string& kind, const std::string& subject,
+                         const std::string& name, std::string* got) {
+    std::vector<std::string> seen;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (const Event& event : events) {
+            if (event.kind == kind && event.subject == subject && !event.consumed &&
+                (name.empty() || event.name == name)) {
+                seen.push_back(event.text);
+            }
+        }
+    });
+    *got = join(seen, " | ");
+    return seen.empty();
+}
+
+// expect result VALUE...
+bool Runner::expectResult(const Args& args) {
+    std::string expectation = rest(args, 1);
+    if (mResult.type == Result::Type::kNone) {
+        return fail("expect result: the command before it answered nothing to expect");
+    }
+    std::string expected;
+    bool noAnswer = args.size() == 3 && args[2] == "no-answer";
+    switch (mResult.type) {
+        case Result::Type::kInt: {
+            int64_t value;
+            if (args.size() != 3 || !parseInt64(args[2], &value)) {
+                return fail("usage: expect result NUMBER (" + mResult.method + " answers a number)");
+            }
+            expected = std::to_string(value);
+            break;
+        }
+        case Result::Type::kWord:
+            if (args.size() != 3) return fail("usage: expect result service|null|@N");
+            expected = args[2];
+            break;
+        case Result::Type::kStrings: {
+            std::vector<std::string> quoted;
+            for (size_t i = 2; i < args.size(); ++i) quoted.push_back(quoteToken(args[i]));
+            expected = noAnswer ? "no answer" : "[" + join(quoted, " ") + "]";
+            break;
+        }
+        case Result::Type::kRecords: {
+            std::vector<Record> records;
+            for (size_t i = 2; i < args.size() && !noAnswer; ++i) {
+                Record record;
+                std::string error;
+                if (!parseRecord(args[i], mResult.fields, &record, &error)) return fail(error);
+                records.push_back(record);
+            }
+            expected = noAnswer ? "no answer" : formatRecords(records, mResult.fields);
+            break;
+        }
+        case Result::Type::kNone:
+            break;
+    }
+    check(expectation, expected == mResult.text, mResult.method + " = " + expected,
+          mResult.method + " = " + mResult.text);
+    return true;
+}
+
+// expect log PRIORITY TAG TEXT
+bool Runner::expectLog(const Args& args) {
+    char priority;
+    if (args.size() != 5) return fail("usage: expect log PRIORITY TAG TEXT (quote the text)");
+    if (!parsePriority(args[2], &priority)) {
+        return fail("bad priority '" + args[2] + "' (V D I W E F, or 2 to 7)");
+    }
+    std::string got;
+    bool ok = consume("log", args[3], std::string(1, priority), args[4], &got);
+    check(rest(args, 1), ok,
+          std::string("a line ") + priority + " " + args[3] + ": " + escapeText(args[4]),
+          args[3] + " lines: " + got);
+    return true;
+}
+
+// expect no log TAG TEXT: no line of the tag contains the text.
+bool Runner::expectNoLog(const Args& args) {
+    if (args.size() != 5) return fail("usage: expect no log TAG TEXT (quote the text)");
+    std::vector<std::string> seen;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (const Event& event : events) {
+            if (event.kind == "log" && event.subject == args[3] &&
+                event.detail.find(args[4]) != std::string::npos) {
+                seen.push_back(event.text);
+            }
+        }
+    });
+    check(rest(args, 1), seen.empty(),
+          "no " + args[3] + " line containing \"" + escapeText(args[4]) + "\"", join(seen, " | "));
+    return true;
+}
+
+// expect module nothing | no ENTRY | ENTRY [ARG...] [p=...] [x=...]
+bool Runner::expectModule(const Args& args) {
+    if (args.size() < 3) return fail("usage: expect module nothing|no ENTRY|ENTRY [ARG...]");
+    std::string got;
+    if (args[2] == "nothing") {
+        if (args.size() != 3) return fail("usage: expect module nothing");
+        check(rest(args, 1), nothingElse("module", "module", "", &got),
+              "no (other) call to reach the module", got);
+        return true;
+    }
+    if (args[2] == "no") {
+        if (args.size() != 4 || !ModuleLayer::isEntry(args[3])) {
+            return fail("usage: expect module no ENTRY (an entry of the module)");
+        }
+        check(rest(args, 1), nothingElse("module", "module", args[3], &got),
+              "no (other) call of " + args[3], got);
+        return true;
+    }
+    const std::string& entry = args[2];
+    if (!ModuleLayer::isEntry(entry)) return fail("the module has no entry " + entry);
+    std::vector<std::string> numbers;
+    Params params;
+    std::string error;
+    for (size_t i = 3; i < args.size(); ++i) {
+        bool matched = false;
+        if (!parseParamsToken(args[i], &params, &matched, &error)) return fail(error);
+        if (matched) {
+            if (!takesParams(entry)) return fail(entry + " takes no extra parameters");
+            continue;
+        }
+        int64_t value;
+        if (!parseDuration(args[i], &value)) return fail("bad number '" + args[i] + "'");
+        numbers.push_back(std::to_string(value));
+    }
+    std::string detail = entry + "(" + join(numbers, ", ");
+    if (takesParams(entry)) detail += (numbers.empty() ? "" : ", ") + formatParams(params);
+    detail += ")";
+    bool ok = consume("module", "module", entry, detail, &got);
+    check(rest(args, 1), ok, detail, "module calls: " + got);
+    return true;
+}
+
+// expect order CLIENT CLIENT...: the first delivery of each named client in this step comes in
+// this order.
+bool Runner::expectOrder(const Args& args) {
+    if (args.size() < 4) return fail("usage: expect order CLIENT CLIENT...");
+    for (size_t i = 2; i < args.size(); ++i) {
+        if (findClient(args[i]) == nullptr) return fail("no client " + args[i]);
+    }
+    std::vector<std::string> firsts;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (const Event& event : events) {
+            if (event.kind == "deliver" &&
+                std::find(firsts.begin(), firsts.end(), event.subject) == firsts.end()) {
+                firsts.push_back(event.subject);
+            }
+        }
+    });
+    std::vector<std::string> named;
+    for (const std::string& name : firsts) {
+        if (std::find(args.begin() + 2, args.end(), name) != args.end()) named.push_back(name);
+    }
+    Args wanted(args.begin() + 2, args.end());
+    check(rest(args, 1), named == wanted, "first deliveries in the order " + join(wanted, " "),
+          firsts.empty() ? "no deliveries" : "first deliveries in the order " + join(named, " "));
+    return true;
+}
+
+// expect CLIENT nothing | no METHOD | METHOD [RECORD...]
+bool Runner::expectClient(Client* client, const Args& args) {
+    ClientState& state = *client->state;
+    const auto& methods = callbackMethods(state.activity, state.v1_1);
+    std::string got;
+    if (args.size() < 3)
+        return fail("usage: expect " + state.name + " nothing|no METHOD|METHOD [RECORD...]");
+    if (args[2] == "nothing") {
+        if (args.size() != 3) return fail("usage: expect " + state.name + " nothing");
+        check(rest(args, 1), nothingElse("deliver", state.name, "", &got),
+              "no (other) delivery to " + state.name, got);
+        return true;
+    }
+    bool negative = args[2] == "no";
+    const std::string& method = negative && args.size() > 3 ? args[3] : args[2];
+    if (std::find(methods.begin(), methods.end(), method) == methods.end()) {
+        return fail(state.name + " has no callback method '" + method + "' (" +
+                    join(methods, ", ") + ")");
+    }
+    if (negative) {
+        if (args.size() != 4) return fail("usage: expect " + state.name + " no METHOD");
+        check(rest(args, 1), nothingElse("deliver", state.name, method, &got),
+              "no (other) " + method + " to " + state.name, got);
+        return true;
+    }
+    Fields fields = method == "onActivityChangedV1_0"         ? Fields::kShort
+                    : method == "onActivityChangedV1_1"       ? Fields::kShortC
+                    : method == "onActivityExtendChangedV1_1" ? Fields::kLongC
+                    : method == "onEnvironmentChangedV1_1"    ? Fields::kLongC
+                                                              : Fields::kLong;
+    std::vector<Record> records;
+    for (size_t i = 3; i < args.size(); ++i) {
+        Record record;
+        std::string error;
+        if (!parseRecord(args[i], fields, &record, &error)) return fail(method + ": " + error);
+        records.push_back(record);
+    }
+    std::string detail = formatRecords(records, fields);
+    bool ok = consume("deliver", state.name, method, detail, &got);
+    check(rest(args, 1), ok, state.label() + " " + method + " " + detail,
+          "deliveries to " + state.name + ": " + got);
+    return true;
+}
+
+}  // namespace arharness

@@ -1,0 +1,451 @@
+#include "Syntax.h"
+
+#include <errno.h>
+#include <inttypes.h>
+#include <math.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+namespace arharness {
+namespace {
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+bool hasField(Fields fields, char name) {
+    switch (name) {
+        case 'e':
+        case 'a':
+        case 't':
+            return true;
+        case 'c':
+            return fields == Fields::kShortC || fields == Fields::kLongC;
+        case 's':
+        case 'p':
+        case 'x':
+            return fields == Fields::kLong || fields == Fields::kLongC;
+        default:
+            return false;
+    }
+}
+
+const char* fieldList(Fields fields) {
+    switch (fields) {
+        case Fields::kShort:
+            return "e a t";
+        case Fields::kShortC:
+            return "e a t c";
+        case Fields::kLong:
+            return "e a t s p x";
+        case Fields::kLongC:
+            return "e a t c s p x";
+    }
+    return "";
+}
+
+bool parseDoubles(const std::string& text, double* out, std::string* error) {
+    size_t start = 0;
+    for (int i = 0; i < 4; ++i) out[i] = 0;
+    for (int i = 0;; ++i) {
+        size_t end = text.find(':', start);
+        std::string part = text.substr(start, end == std::string::npos ? end : end - start);
+        if (i >= 4) {
+            *error = "p takes at most four numbers: " + text;
+            return false;
+        }
+        if (!parseDouble(part, &out[i])) {
+            *error = "not a number in p: '" + part + "'";
+            return false;
+        }
+        if (end == std::string::npos) return true;
+        start = end + 1;
+    }
+}
+
+bool needsQuotes(const std::string& text) {
+    if (text.empty() || text[0] == '#') return true;
+    for (unsigned char c : text) {
+        if (c <= ' ' || c == '"' || c == '\\' || c >= 0x7f) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+bool tokenize(const std::string& line, std::vector<std::string>* tokens, std::string* error) {
+    tokens->clear();
+    size_t i = 0;
+    while (i < line.size()) {
+        while (i < line.size() && (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')) ++i;
+        if (i >= line.size() || line[i] == '#') return true;
+        std::string token;
+        bool quoted = false;
+        for (; i < line.size(); ++i) {
+            char c = line[i];
+            if (!quoted && (c == ' ' || c == '\t' || c == '\r')) break;
+            if (c == '"') {
+                quoted = !quoted;
+                continue;
+            }
+            if (quoted && c == '\\') {
+                if (i + 1 >= line.size()) break;
+                char next = line[++i];
+                switch (next) {
+                    case 'n':
+                        token += '\n';
+                        break;
+                    case 't':
+                        token += '\t';
+                        break;
+                    case 'x': {
+                        int high = i + 1 < line.size() ? hexDigit(line[i + 1]) : -1;
+                        int low = i + 2 < line.size() ? hexDigit(line[i + 2]) : -1;
+                        if (high < 0 || low < 0) {
+                            *error = "\\x needs two hexadecimal digits";
+                            return false;
+                        }
+                        token += static_cast<char>(high * 16 + low);
+                        i += 2;
+                        break;
+                    }
+                    case '"':
+                    case '\\':
+                        token += next;
+                        break;
+                    default:
+                        *error = std::string("unknown escape \\") + next;
+                        return false;
+                }
+                continue;
+            }
+            token += c;
+        }
+        if (quoted) {
+            *error = "unterminated quote";
+            return false;
+        }
+        tokens->push_back(token);
+    }
+    return true;
+}
+
+bool parseInt64(const std::string& text, int64_t* value) {
+    if (text.empty() || isspace(static_cast<unsigned char>(text[0]))) return false;
+    const char* s = text.c_str();
+    bool negative = s[0] == '-';
+    const char* digits = (s[0] == '-' || s[0] == '+') ? s + 1 : s;
+    if (!isdigit(static_cast<unsigned char>(digits[0]))) return false;
+    char* end = nullptr;
+    errno = 0;
+    if (digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X')) {
+        uint64_t v = strtoull(digits + 2, &end, 16);
+        if (errno != 0 || *end != '\0' || end == digits + 2) return false;
+        if (v > static_cast<uint64_t>(INT64_MAX) + (negative ? 1 : 0)) return false;
+        *value = negative ? static_cast<int64_t>(0 - v) : static_cast<int64_t>(v);
+        return true;
+    }
+    long long v = strtoll(s, &end, 10);
+    if (errno != 0 || *end != '\0') return false;
+    *value = v;
+    return true;
+}
+
+bool parseInt32(const std::string& text, int32_t* value) {
+    int64_t v;
+    if (!parseInt64(text, &v) || v < INT32_MIN || v > INT32_MAX) return false;
+    *value = static_cast<int32_t>(v);
+    return true;
+}
+
+bool parseUint32(const std::string& text, uint32_t* value) {
+    int64_t v;
+    if (!parseInt64(text, &v) || v < 0 || v > UINT32_MAX) return false;
+    *value = static_cast<uint32_t>(v);
+    return true;
+}
+
+bool parseDouble(const std::string& text, double* value) {
+    if (text.empty() || isspace(static_cast<unsigned char>(text[0]))) return false;
+    char* end = nullptr;
+    errno = 0;
+    double v = strtod(text.c_str(), &end);
+    if (errno == ERANGE || *end != '\0') return false;
+    *value = v;
+    return true;
+}
+
+bool parseDuration(const std::string& text, int64_t* nanoseconds) {
+    size_t numberEnd = text.find_first_not_of("+-0123456789.xXabcdefABCDEF");
+    std::string number = text.substr(0, numberEnd);
+    std::string unit = numberEnd == std::string::npos ? "" : text.substr(numberEnd);
+    int64_t scale;
+    if (unit.empty() || unit == "ns") {
+        scale = 1;
+    } else if (unit == "us") {
+        scale = 1000;
+    } else if (unit == "ms") {
+        scale = 1000000;
+    } else if (unit == "s") {
+        scale = 1000000000;
+    } else {
+        return false;
+    }
+    size_t dot = number.find('.');
+    if (dot == std::string::npos) {
+        int64_t v;
+        if (!parseInt64(number, &v)) return false;
+        return !__builtin_mul_overflow(v, scale, nanoseconds);
+    }
+    // A fraction must come out as whole nanoseconds.
+    std::string whole = number.substr(0, dot);
+    std::string fraction = number.substr(dot + 1);
+    bool negative = !whole.empty() && whole[0] == '-';
+    if (whole.empty() || whole == "-" || whole == "+") whole += "0";
+    int64_t w;
+    if (fraction.empty() || fraction.size() > 9 || !parseInt64(whole, &w)) return false;
+    int64_t f = 0;
+    int64_t divisor = 1;
+    for (char c : fraction) {
+        if (!isdigit(static_cast<unsigned char>(c))) return false;
+        f = f * 10 + (c - '0');
+        divisor *= 10;
+    }
+    if ((f * scale) % divisor != 0) return false;
+    int64_t part = f * scale / divisor;
+    int64_t result;
+    if (__builtin_mul_overflow(w, scale, &result)) return false;
+    if (negative ? __builtin_sub_overflow(result, part, &result)
+                 : __builtin_add_overflow(result, part, &result)) {
+        return false;
+    }
+    *nanoseconds = result;
+    return true;
+}
+
+bool looksLikeRecord(const std::string& token) {
+    return token.size() >= 2 && token[1] == '=' && strchr("eatcspx", token[0]) != nullptr;
+}
+
+bool parseRecord(const std::string& token, Fields fields, Record* record, std::string* error) {
+    *record = Record();
+    std::string seen;
+    size_t start = 0;
+    while (start <= token.size()) {
+        size_t comma = token.find(',', start);
+        bool lastIsText = token.compare(start, 2, "x=") == 0;
+        size_t end = lastIsText || comma == std::string::npos ? token.size() : comma;
+        std::string field = token.substr(start, end - start);
+        if (field.size() < 2 || field[1] != '=') {
+            *error = "bad record field '" + field + "' in '" + token + "' (write name=value)";
+            return false;
+        }
+        char name = field[0];
+        std::string value = field.substr(2);
+        if (!hasField(fields, name)) {
+            *error = std::string("records here have no field ") + name +
+                     " (fields: " + fieldList(fields) + ")";
+            return false;
+        }
+        if (seen.find(name) != std::string::npos) {
+            *error = std::string("field ") + name + " given twice in '" + token + "'";
+            return false;
+        }
+        seen += name;
+        bool ok = true;
+        switch (name) {
+            case 'e':
+                ok = parseUint32(value, &record->e);
+                break;
+            case 'a':
+                ok = parseUint32(value, &record->a);
+                break;
+            case 't':
+                ok = parseDuration(value, &record->t);
+                break;
+            case 'c':
+                ok = parseInt32(value, &record->c);
+                break;
+            case 's':
+                ok = parseInt32(value, &record->s);
+                break;
+            case 'p':
+                if (!parseDoubles(value, record->params.p, error)) return false;
+                break;
+            case 'x':
+                record->params.x = value;
+                break;
+        }
+        if (!ok) {
+            *error = std::string("bad value for ") + name + ": '" + value + "'";
+            return false;
+        }
+        if (end == token.size()) break;
+        start = end + 1;
+    }
+    return true;
+}
+
+std::string formatRecord(const Record& r, Fields fields) {
+    char buffer[128];
+    snprintf(buffer, sizeof(buffer), "e=%" PRIu32 ",a=%" PRIu32 ",t=%" PRId64, r.e, r.a, r.t);
+    std::string text = buffer;
+    if (hasField(fields, 'c')) text += ",c=" + std::to_string(r.c);
+    if (hasField(fields, 's')) {
+        text += ",s=" + std::to_string(r.s);
+        const double* p = r.params.p;
+        if (p[0] != 0 || p[1] != 0 || p[2] != 0 || p[3] != 0 || signbit(p[0]) || signbit(p[1]) ||
+            signbit(p[2]) || signbit(p[3])) {
+            text += ",p=" + formatDouble(p[0]) + ":" + formatDouble(p[1]) + ":" +
+                    formatDouble(p[2]) + ":" + formatDouble(p[3]);
+        }
+        if (!r.params.x.empty()) text += ",x=" + quoteToken(r.params.x);
+    }
+    return text;
+}
+
+std::string formatRecords(const std::vector<Record>& records, Fields fields) {
+    std::string text = "[";
+    for (size_t i = 0; i < records.size(); ++i) {
+        if (i > 0) text += " ";
+        text += formatRecord(records[i], fields);
+    }
+    return text + "]";
+}
+
+std::string recordsJson(const std::vector<Record>& records, Fields fields) {
+    std::string json = "[";
+    for (size_t i = 0; i < records.size(); ++i) {
+        const Record& r = records[i];
+        if (i > 0) json += ",";
+        json += "{\"e\":" + std::to_string(r.e) + ",\"a\":" + std::to_string(r.a) +
+                ",\"t\":" + std::to_string(r.t);
+        if (hasField(fields, 'c')) json += ",\"c\":" + std::to_string(r.c);
+        if (hasField(fields, 's')) {
+            json += ",\"s\":" + std::to_string(r.s);
+            std::string params = paramsJson(r.params);
+            json += "," + params.substr(1, params.size() - 2);
+        }
+        json += "}";
+    }
+    return json + "]";
+}
+
+bool parseParamsToken(const std::string& token, Params* params, bool* matched, std::string* error) {
+    *matched = false;
+    if (token.compare(0, 2, "p=") == 0) {
+        *matched = true;
+        return parseDoubles(token.substr(2), params->p, error);
+    }
+    if (token.compare(0, 2, "x=") == 0) {
+        *matched = true;
+        params->x = token.substr(2);
+    }
+    return true;
+}
+
+std::string formatParams(const Params& params) {
+    return "p=" + formatDouble(params.p[0]) + ":" + formatDouble(params.p[1]) + ":" +
+           formatDouble(params.p[2]) + ":" + formatDouble(params.p[3]) +
+           " x=" + quoteToken(params.x);
+}
+
+std::string paramsJson(const Params& params) {
+    std::string json = "{\"p\":[";
+    for (int i = 0; i < 4; ++i) {
+        if (i > 0) json += ",";
+        // JSON has no NaN or infinity: those travel as strings.
+        json += isfinite(params.p[i]) ? formatDouble(params.p[i])
+                                      : jsonString(formatDouble(params.p[i]));
+    }
+    return json + "],\"x\":" + jsonString(params.x) + "}";
+}
+
+std::string formatDouble(double value) {
+    char buffer[64];
+    for (int precision = 1; precision <= 17; ++precision) {
+        snprintf(buffer, sizeof(buffer), "%.*g", precision, value);
+        if (strtod(buffer, nullptr) == value || isnan(value)) break;
+    }
+    return buffer;
+}
+
+std::string quoteToken(const std::string& text) {
+    if (!needsQuotes(text)) return text;
+    std::string quoted = "\"";
+    for (unsigned char c : text) {
+        if (c == '"' || c == '\\') {
+            quoted += '\\';
+            quoted += static_cast<char>(c);
+        } else if (c == '\n') {
+            quoted += "\\n";
+        } else if (c == '\t') {
+            quoted += "\\t";
+        } else if (c < ' ' || c >= 0x7f) {
+            char buffer[8];
+            snprintf(buffer, sizeof(buffer), "\\x%02x", c);
+            quoted += buffer;
+        } else {
+            quoted += static_cast<char>(c);
+        }
+    }
+    return quoted + "\"";
+}
+
+std::string escapeText(const std::string& text) {
+    std::string escaped;
+    for (unsigned char c : text) {
+        if (c == '\n') {
+            escaped += "\\n";
+        } else if (c == '\t') {
+            escaped += "\\t";
+        } else if (c < ' ' || c >= 0x7f) {
+            char buffer[8];
+            snprintf(buffer, sizeof(buffer), "\\x%02x", c);
+            escaped += buffer;
+        } else {
+            escaped += static_cast<char>(c);
+        }
+    }
+    return escaped;
+}
+
+std::string jsonString(const std::string& text) {
+    std::string json = "\"";
+    for (unsigned char c : text) {
+        switch (c) {
+            case '"':
+                json += "\\\"";
+                break;
+            case '\\':
+                json += "\\\\";
+                break;
+            case '\n':
+                json += "\\n";
+                break;
+            case '\t':
+                json += "\\t";
+                break;
+            case '\r':
+                json += "\\r";
+                break;
+            default:
+                if (c < 0x20 || c >= 0x7f) {
+                    // Bytes outside printable ASCII travel as code points, so every line stays
+                    // valid UTF-8 whatever the HAL logs.
+                    char buffer[8];
+                    snprintf(buffer, sizeof(buffer), "\\u%04x", c);
+                    json += buffer;
+                } else {
+                    json += static_cast<char>(c);
+                }
+        }
+    }
+    return json + "\"";
+}
+
+}  // namespace arharness

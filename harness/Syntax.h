@@ -1,0 +1,72 @@
+// The words of a scenario: tokens, numbers, durations, event records and extra parameters, each
+// with one canonical text form (used in the trace and to compare expectations) and a JSON form.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace arharness {
+
+// Splits a line into tokens at blanks. Double quotes group text with blanks into a token (they
+// may appear inside a token: x="a b"); inside them \" \\ \n \t and \xHH are escapes. A token that
+// starts with # outside quotes begins a comment: it and the rest of the line are dropped.
+bool tokenize(const std::string& line, std::vector<std::string>* tokens, std::string* error);
+
+// Decimal with an optional sign, or 0x hexadecimal, range-checked.
+bool parseInt64(const std::string& text, int64_t* value);
+bool parseInt32(const std::string& text, int32_t* value);
+bool parseUint32(const std::string& text, uint32_t* value);
+bool parseDouble(const std::string& text, double* value);
+// Nanoseconds: a number with an optional unit ns, us, ms or s ("2s", "1.5s", "500ms", "7").
+bool parseDuration(const std::string& text, int64_t* nanoseconds);
+
+// Field sets of the event records that cross the two boundaries:
+//   kShort        e a t          ActivityEvent
+//   kShortC       e a t c        ActivityEventV1_1, legacy activity_event
+//   kLong         e a t s p x    ActivityEventExtend
+//   kLongC        e a t c s p x  ActivityEventExtendV1_1, legacy ar_context_event
+// e event type, a activity (or environment), t timestamp, c confidence, s status, p the four
+// doubles of the extra parameters, x their text.
+enum class Fields { kShort, kShortC, kLong, kLongC };
+
+struct Params {
+    double p[4] = {0, 0, 0, 0};
+    std::string x;
+};
+
+struct Record {
+    uint32_t e = 0;
+    uint32_t a = 0;
+    int64_t t = 0;
+    int32_t c = 0;
+    int32_t s = 0;
+    Params params;
+};
+
+// True when the token is written as a record: it starts with one of the field names and "=".
+bool looksLikeRecord(const std::string& token);
+// "e=1,a=3,t=1000,c=80" (fields in any order, missing ones are 0). x, when given, is the last
+// field and takes the rest of the token, commas included.
+bool parseRecord(const std::string& token, Fields fields, Record* record, std::string* error);
+std::string formatRecord(const Record& record, Fields fields);
+std::string formatRecords(const std::vector<Record>& records, Fields fields);  // "[r1 r2]"
+std::string recordsJson(const std::vector<Record>& records, Fields fields);
+
+// "p=1:0:0:0" (up to four doubles, the rest 0) or "x=text". False, without an error, when the
+// token is neither.
+bool parseParamsToken(const std::string& token, Params* params, bool* matched, std::string* error);
+std::string formatParams(const Params& params);  // "p=1:0:0:0 x=text"
+std::string paramsJson(const Params& params);
+
+// Shortest text that reads back as the same double.
+std::string formatDouble(double value);
+// The text as a scenario token: quoted and escaped when it needs it.
+std::string quoteToken(const std::string& text);
+// The text on one line: control characters and bytes outside ASCII as \n, \t, \xHH.
+std::string escapeText(const std::string& text);
+// A JSON string literal.
+std::string jsonString(const std::string& text);
+
+}  // namespace arharness

@@ -1,0 +1,103 @@
+#!/usr/bin/env python3
+"""Runs ar-harness on one case of the table below and checks its exit status, its messages and,
+for --format=jsonl, that every line of the trace is a JSON object with file, line and kind.
+
+usage: check_harness.py HARNESS CASE
+"""
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+FAILING = """\
+start
+client a pid=10 version=1.1 activity
+a connect
+expect result @1
+expect result null
+expect log I AR_impl_Act "no such line"
+"""
+
+# name: (arguments, scenario text written to NAME.scenario or None, stdin, exit status,
+#        patterns that stderr must match (or, after "!", must not), trace format)
+CASES = {
+    "default_jsonl": (["--format=jsonl"], None, None, 0, [], "jsonl"),
+    "failed_expectation": (["{file}"], FAILING, None, 1, [
+        r"failed_expectation\.scenario:5: expectation failed: result null\n"
+        r"    expected: getActivityInterfaceV1_1 = null\n    got: getActivityInterfaceV1_1 = @1",
+        r"failed_expectation\.scenario:6: expectation failed: log I AR_impl_Act",
+        r"2 expectations failed"], "text"),
+    "failed_expectation_jsonl": (["--format=jsonl", "{file}"], FAILING, None, 1, [], "jsonl"),
+    "typo": (["{file}"], "start\n# a comment\n\nstrat\nstart\n", None, 2,
+             [r"^\S*typo\.scenario:4: unknown command or client 'strat'$", "!already started"],
+             "text"),
+    "typo_jsonl": (["--format=jsonl", "{file}"], "start\nclient a pid=1 version=1.2 activity\n",
+                   None, 2, [r"typo_jsonl\.scenario:2: usage: client NAME"], "jsonl"),
+    "bad_argument": (["{file}"],
+                     "start\nclient a pid=10 version=1.1 activity\na enableActivityEvent 3 1 2h\n",
+                     None, 2, [r"bad_argument\.scenario:3: bad latency '2h'"], "text"),
+    "bad_record": (["{file}"], "module report activities e=1,s=2\n", None, 2,
+                   [r"bad_record\.scenario:1: records here have no field s"], "text"),
+    "second_start": (["{file}"], "start\nstart\n", None, 2,
+                     [r"second_start\.scenario:2: the service was already started at line 1"],
+                     "text"),
+    "dead_client": (["{file}"],
+                    "start\nclient a pid=10 version=1.1 activity\nkill a\na connect\n", None, 2,
+                    [r"dead_client\.scenario:4: a is dead \(its process 10 died at line 3\)"],
+                    "text"),
+    "before_start": (["{file}"], "client a pid=10 version=1.1 activity\na connect\n", None, 2,
+                     [r"before_start\.scenario:2: the service is not started"], "text"),
+    "stdin": (["-"], None, "start\nexpect result service\n", 0, [], "text"),
+    "stdin_error": (["-"], None, "start\nexpect nonsense\n", 2,
+                    [r"^-:2: expect what\? 'nonsense'"], "text"),
+    "missing_file": (["/nonexistent/x.scenario"], None, None, 2, [r"cannot read"], "text"),
+    "bad_option": (["--colour"], None, None, 2, [r"unexpected argument '--colour'"], "text"),
+}
+
+
+def check_jsonl(stdout):
+    lines = stdout.splitlines()
+    if not lines:
+        return "no trace"
+    for number, line in enumerate(lines, 1):
+        try:
+            event = json.loads(line)
+        except ValueError as error:
+            return "line %d is not JSON (%s): %s" % (number, error, line)
+        if not isinstance(event, dict) or not {"file", "line", "kind"} <= event.keys():
+            return "line %d lacks file, line or kind: %s" % (number, line)
+    return None
+
+
+def main():
+    harness, name = sys.argv[1], sys.argv[2]
+    args, text, stdin, status, patterns, form = CASES[name]
+    with tempfile.TemporaryDirectory() as folder:
+        path = os.path.join(folder, name + ".scenario")
+        if text is not None:
+            with open(path, "w") as out:
+                out.write(text)
+        run = subprocess.run([harness] + [a.format(file=path) for a in args], input=stdin or "",
+                             capture_output=True, text=True, timeout=120)
+    problems = []
+    if run.returncode != status:
+        problems.append("exit status %d, expected %d" % (run.returncode, status))
+    for pattern in patterns:
+        absent = pattern.startswith("!")
+        if bool(re.search(pattern.lstrip("!"), run.stderr, re.MULTILINE)) == absent:
+            problems.append("stderr %s: %s" % ("matches" if absent else "does not match", pattern))
+    if form == "jsonl":
+        problem = check_jsonl(run.stdout)
+        if problem:
+            problems.append(problem)
+    if problems:
+        print("\n".join(problems))
+        print("--- stdout\n" + run.stdout + "--- stderr\n" + run.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
