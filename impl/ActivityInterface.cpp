@@ -2,11 +2,15 @@
 
 #include "ActivityInterface.h"
 
+#include <cutils/properties.h>
+#include <dlfcn.h>
 #include <hwbinder/IPCThreadState.h>
 #include <log/log.h>
+#include <math.h>
 #include <string.h>
 
 #include <new>
+#include <set>
 
 namespace vendor {
 namespace quarn {
@@ -21,7 +25,17 @@ const activity_callbacks ActivityInterface::sActCb = {
         .activity_extend_changed = ActivityInterface::ActExtendChangedCb,
 };
 
-// Class-wide state, constructed in this order.
+// The device loads the sensor-framework client library from the vendor partition; host builds
+// name the bare file, found through the library search path.
+#ifndef ZEL_CLIENT_LIBRARY_PATH
+#define ZEL_CLIENT_LIBRARY_PATH "/vendor/lib64/libZelClient.so"
+#endif
+
+// Process-wide state, constructed in this order. The client-library state (g_*) is written by
+// the constructor and destructor only and read without a lock.
+namespace {
+const std::string g_zelLibPath = ZEL_CLIENT_LIBRARY_PATH;
+}  // namespace
 ::android::Mutex ActivityInterface::mListMutex;
 ::android::Mutex ActivityInterface::eventMutex;
 KeyedVector<sp<V1_1::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_1;
@@ -30,6 +44,19 @@ std::vector<EventResponseData> ActivityInterface::mLastActivityEvent;
 std::vector<EnableRequestData> ActivityInterface::mEventData;
 std::vector<FirstReport> ActivityInterface::firstReport;
 std::vector<uint64_t> ActivityInterface::packageNames;
+namespace {
+std::set<int32_t> g_zelSupportedActivities;       // activities routed to the client library
+std::vector<EnableToNativeData> g_zelEnableData;  // pairs on in the client library; not locked
+
+void* g_zelHandle = nullptr;
+ZelSetCallbackFunc g_zelSetCallback = nullptr;
+ZelRunCommandFunc g_zelRunCommand = nullptr;
+ZelRunCommandIntFunc g_zelRunCommandInt = nullptr;
+ZelGetDataFunc g_zelGetData = nullptr;
+ZelMotionEnableFunc g_zelArEnable = nullptr;
+
+constexpr char kZelClient[] = "ar-client";
+}  // namespace
 
 namespace {
 // The text of a legacy `extra` field: up to its terminating NUL, never past its 32 bytes.
@@ -62,6 +89,140 @@ uint64_t PidKey(int pid) {
     return static_cast<uint64_t>(static_cast<int64_t>(pid));
 }
 
+// Requests of the no-wake pattern (1.0, 0, 0, 0) are stored with a latency of seven days.
+constexpr int64_t kNoWakeLatencyNs = 604800000000000;
+constexpr int64_t kSecondNs = 1000000000;
+// A legacy `extra` field holds at most 32 bytes.
+constexpr size_t kMaxExtraLength = sizeof(other_params::extra);
+// Size of one extended record in the client library's state answers.
+constexpr size_t kZelStateRecordBytes = sizeof(ar_context_event);
+
+bool IsNoWakePattern(const double* params) {
+    return params[0] == 1.0 && params[1] == 0.0 && params[2] == 0.0 && params[3] == 0.0;
+}
+
+// The legacy form of a request's extra values: the text is zeroed first, so a NUL follows it
+// unless it fills all 32 bytes.
+other_params ToLegacyParams(const V1_0::OtherParams& params) {
+    other_params out;
+    memset(&out, 0, sizeof(out));
+    for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
+    memcpy(out.extra, params.extra.c_str(), std::min(params.extra.size(), kMaxExtraLength));
+    return out;
+}
+
+// Truncation toward zero; values beyond the 32-bit range saturate and NaN gives 0.
+int32_t TruncateToInt32(double value) {
+    if (isnan(value)) return 0;
+    if (value >= 2147483647.0) return INT32_MAX;
+    if (value <= -2147483648.0) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+const char* LoaderError() {
+    const char* error = dlerror();
+    return error != nullptr ? error : "";
+}
+
+// The records of the client library's "ar_status" item, 88 bytes each.
+std::vector<ar_context_event> ZelStateRecords() {
+    std::vector<int32_t> data;
+    g_zelGetData("ar_status", 0, data);
+    std::vector<ar_context_event> records(data.size() * sizeof(int32_t) / kZelStateRecordBytes);
+    if (!records.empty())
+        memcpy(records.data(), data.data(), records.size() * kZelStateRecordBytes);
+    return records;
+}
+
+int32_t RunZelCommand(const char* command, const std::string& param) {
+    std::vector<uint8_t> output;
+    return g_zelRunCommand(kZelClient, command, param.c_str(), static_cast<int32_t>(param.size()),
+                           output);
+}
+
+// Binds the client library and registers `notify` with it; on success its configuration mask
+// names the activities routed to it from now on. Any failure leaves everything on the legacy
+// module.
+void BindZelClient(ZelNotifyFunc notify) {
+    g_zelHandle = dlopen(g_zelLibPath.c_str(), RTLD_LAZY);
+    if (g_zelHandle == nullptr) {
+        ALOGE("%s: [ZEL]zel hidl interface dlopen err:%s, used tradition case\n",
+              "ActivityInterface", LoaderError());
+        return;
+    }
+    g_zelSetCallback = reinterpret_cast<ZelSetCallbackFunc>(dlsym(g_zelHandle, "ZelSetCallback"));
+    g_zelRunCommand = reinterpret_cast<ZelRunCommandFunc>(dlsym(g_zelHandle, "ZelRunCommand"));
+    g_zelRunCommandInt =
+            reinterpret_cast<ZelRunCommandIntFunc>(dlsym(g_zelHandle, "ZelRunCommandInt"));
+    g_zelGetData = reinterpret_cast<ZelGetDataFunc>(dlsym(g_zelHandle, "ZelGetData"));
+    g_zelArEnable = reinterpret_cast<ZelMotionEnableFunc>(dlsym(g_zelHandle, "ZelMotionEnable"));
+    if (g_zelSetCallback == nullptr || g_zelRunCommand == nullptr ||
+        g_zelRunCommandInt == nullptr || g_zelGetData == nullptr || g_zelArEnable == nullptr) {
+        // The handle stays open until the destructor.
+        g_zelSetCallback = nullptr;
+        g_zelRunCommand = nullptr;
+        g_zelRunCommandInt = nullptr;
+        g_zelGetData = nullptr;
+        g_zelArEnable = nullptr;
+        ALOGE("%s:[ZEL]zel interface dlsym err:%s\n", "ActivityInterface", LoaderError());
+        return;
+    }
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        ALOGI("%s:[ZEL]retry count[%d]\n", "ActivityInterface", attempt);
+        if (!g_zelArEnable(30) || g_zelSetCallback(kZelClient, notify) < 0) {
+            ALOGE("%s:[ZEL]g_zelSetCallback or g_zelArEnable failed\n", "ActivityInterface");
+            continue;
+        }
+        std::vector<int32_t> config;
+        if (g_zelGetData("ar_config", 0, config) < 0) {
+            ALOGE("%s:[ZEL]g_zelGetData failed\n", "ActivityInterface");
+            continue;
+        }
+        // An answer without any word reads as an empty mask.
+        const uint32_t mask = config.empty() ? 0 : static_cast<uint32_t>(config[0]);
+        ALOGI("%s: [ZEL]AR config : 0x%x", "ActivityInterface", mask);
+        for (int bit = 0; bit < 32; ++bit) {
+            if ((mask >> bit) & 1u) g_zelSupportedActivities.insert(bit);
+        }
+        return;
+    }
+}
+
+// The current state from both sources: the client library's records first (only when pairs are
+// on in it), then the legacy module's records for the activities it did not report.
+template <typename Record>
+std::vector<Record> CurrentActivities(const activity_interface* impl, const char* caller,
+                                      const char* version, Record (*convert)(ar_context_event)) {
+    std::vector<Record> answer;
+    std::set<int32_t> fromZel;
+    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) {
+        const std::vector<ar_context_event> records = ZelStateRecords();
+        for (size_t i = 0; i < records.size(); ++i) {
+            const ar_context_event& record = records[i];
+            ALOGI("%s: [ZEL]AR_GET_STATE_REPORT_EVENT: [%d] a: %d, e: %d, t: %ld, c: %d\n", caller,
+                  static_cast<int>(i), record.activity, record.event_type, record.timestamp,
+                  record.confidence);
+            answer.push_back(convert(record));
+            fromZel.insert(static_cast<int32_t>(record.activity));
+        }
+    }
+    if (impl == nullptr) {
+        ALOGE("%s: mImpl %s interface is not available", caller, version);
+        return answer;
+    }
+    ar_context_event* events = nullptr;
+    const int n = impl->get_current_activity(&events);
+    if (n < 1 || n > 5 || events == nullptr) {
+        ALOGE("%s: mImpl %s getCurrentActivity error size(%d)", caller, version, n);
+        return answer;
+    }
+    for (int i = 0; i < n; ++i) {
+        if (fromZel.count(static_cast<int32_t>(events[i].activity)) != 0) continue;
+        answer.push_back(convert(events[i]));
+    }
+    return answer;
+}
+
 // Whether a client map entry stands for the object that `who` refers to.
 template <typename Callback>
 bool IsSameRemote(const sp<Callback>& callback, const wp<IBase>& who) {
@@ -79,11 +240,28 @@ ActivityInterface::ActivityInterface(const activity_interface* impl) : mImpl(imp
         ALOGE("%s: mImpl interface is not available", "ActivityInterface");
     }
     sInterfaceExists = true;
+    if (!property_get_bool("ro.odm.config.zel_service_enable", false)) {
+        ALOGE("%s: [ZEL]zel service not enable!", "ActivityInterface");
+        return;
+    }
+    BindZelClient(ZelNotify);
 }
 
+// The supported set and the client library's list of pairs outlive the object.
 ActivityInterface::~ActivityInterface() {
     ALOGI("Deconstruct ActivityInterface");
     sInterfaceExists = false;
+    mClientVectorV1_0.clear();
+    mClientVectorV1_1.clear();
+    if (g_zelHandle != nullptr) {
+        dlclose(g_zelHandle);
+        g_zelHandle = nullptr;
+        g_zelSetCallback = nullptr;
+        g_zelRunCommand = nullptr;
+        g_zelRunCommandInt = nullptr;
+        g_zelGetData = nullptr;
+        g_zelArEnable = nullptr;
+    }
 }
 
 V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
@@ -509,40 +687,513 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
     ALOGI("%s: [ZEL]Notify end, pid[%d]", "ZelNotify", pid);
 }
 
-Return<void> ActivityInterface::getSupportedActivitiesList(getSupportedActivitiesList_cb _hidl_cb) {
-    _hidl_cb({});
-    return Void();
+// Enable and disable. Every client's request is kept under its pid in mEventData; the pairs
+// switched on below are kept in mEnableToNativeData, and a pair goes down as one request with
+// the smallest latency of its requests.
+
+// Activities named by the client library's configuration go to it; all others to the legacy
+// module.
+bool ActivityInterface::IsZelActivity(uint32_t activity) {
+    return !g_zelSupportedActivities.empty() &&
+           g_zelSupportedActivities.count(static_cast<int32_t>(activity)) != 0;
 }
 
-Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t /* activity */,
-                                                       uint32_t /* eventType */,
-                                                       int64_t /* reportLatencyNs */) {
-    return 1;
+// Whole seconds, at least one. The latency is taken as unsigned, so a negative one counts as a
+// huge value and is truncated as such.
+int64_t ActivityInterface::RoundNumbers(int64_t reportLatencyNs) {
+    uint64_t latency = static_cast<uint64_t>(reportLatencyNs);
+    const uint64_t second = static_cast<uint64_t>(kSecondNs);
+    latency = latency < second ? second : latency / second * second;
+    return static_cast<int64_t>(latency);
 }
 
-Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t /* activity */,
-                                                             uint32_t /* eventType */,
-                                                             int64_t /* reportLatencyNs */,
-                                                             const V1_0::OtherParams& /* params */) {
-    return 1;
+int64_t ActivityInterface::MinReportLatencyNsFunc(uint32_t activity, uint32_t eventType,
+                                                  const std::vector<EnableRequestData>& requests) {
+    const int32_t count = static_cast<int32_t>(requests.size());
+    if (count < 1) return 0;
+    bool found = false;
+    int64_t smallest = 0;
+    for (int32_t i = 0; i < count; ++i) {
+        const EnableRequestData& request = requests[i];
+        if (request.activity != activity || request.eventType != eventType) continue;
+        if (!found || request.reportLatencyNs < smallest) smallest = request.reportLatencyNs;
+        found = true;
+    }
+    return smallest;
 }
 
-Return<void> ActivityInterface::getCurrentActivity(getCurrentActivity_cb _hidl_cb) {
-    _hidl_cb({});
-    return Void();
+bool ActivityInterface::ValidEventType(uint32_t eventType) {
+    return eventType == 1 || eventType == 2;
 }
 
-Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t /* activity */,
-                                                        uint32_t /* eventType */) {
-    return 1;
+int32_t ActivityInterface::ValidActivityEventExtend(uint32_t eventType, int pid,
+                                                    const V1_0::OtherParams& params) {
+    if (!ValidEventType(eventType) || pid == -1 || params.extra.size() > kMaxExtraLength) return -1;
+    return 0;
+}
+
+// `plain` is cleared by a plain request (first double 0.0); a no-wake request's parameters are
+// copied out.
+bool ActivityInterface::ValidEventActivity(size_t index, uint32_t activity, uint32_t eventType,
+                                           bool& plain, other_params& out) {
+    if (index >= mEventData.size()) return false;
+    const EnableRequestData& request = mEventData[index];
+    if (request.activity != activity || request.eventType != eventType) return false;
+    if (request.params.params[0] == 0.0) {
+        plain = false;
+    } else if (IsRequestWake(request)) {
+        out = request.params;
+    }
+    return true;
+}
+
+bool ActivityInterface::IsNoWake(const V1_0::OtherParams& params) {
+    return IsNoWakePattern(params.params.data());
+}
+
+// True for the no-wake pattern, like IsNoWake.
+bool ActivityInterface::IsRequestWake(const EnableRequestData& request) {
+    return IsNoWakePattern(request.params.params);
+}
+
+void ActivityInterface::RemoveActivityEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
+                                            std::vector<EnableRequestData>& requests) {
+    const int index = FindEnableRequestDataIndex(pid, activity, eventType, requests);
+    if (index >= 0) requests.erase(requests.begin() + index);
+}
+
+void ActivityInterface::RemoveFirst(uint64_t pid, uint32_t activity, uint32_t eventType) {
+    for (auto it = firstReport.begin(); it != firstReport.end(); ++it) {
+        if (it->pid == pid && it->activity == activity && it->eventType == eventType) {
+            firstReport.erase(it);
+            return;
+        }
+    }
+}
+
+void ActivityInterface::RemoveLastActivityEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
+                                                std::vector<EventResponseData>& events) {
+    for (auto it = events.begin(); it != events.end(); ++it) {
+        if (it->pid == pid && it->activity == activity && it->eventType == eventType) {
+            events.erase(it);
+            return;
+        }
+    }
+}
+
+EnableRequestData ActivityInterface::FindEnableRequestData(
+        uint64_t pid, uint32_t activity, uint32_t eventType,
+        const std::vector<EnableRequestData>& requests) {
+    const int index = FindEnableRequestDataIndex(pid, activity, eventType, requests);
+    EnableRequestData none;
+    memset(&none, 0, sizeof(none));
+    return index >= 0 ? requests[index] : none;
+}
+
+int ActivityInterface::FindEnableRequestDataIndex(uint64_t pid, uint32_t activity,
+                                                  uint32_t eventType,
+                                                  const std::vector<EnableRequestData>& requests) {
+    for (size_t i = 0; i < requests.size(); ++i) {
+        const EnableRequestData& request = requests[i];
+        if (request.pid == pid && request.activity == activity && request.eventType == eventType) {
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
+}
+
+EnableToNativeData ActivityInterface::FindEnableToNativeData(
+        uint32_t activity, uint32_t eventType, const std::vector<EnableToNativeData>& list) {
+    for (const EnableToNativeData& entry : list) {
+        if (entry.activity == activity && entry.eventType == eventType) return entry;
+    }
+    EnableToNativeData none;
+    memset(&none, 0, sizeof(none));
+    return none;
+}
+
+// -1 for an empty list, but 0 (the first entry) for a pair missing from a non-empty one.
+int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t eventType,
+                                                   const std::vector<EnableToNativeData>& list) {
+    if (list.empty()) return -1;
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (list[i].activity == activity && list[i].eventType == eventType) {
+            return static_cast<int>(i);
+        }
+    }
+    return 0;
+}
+
+// True when the pair is NOT in the list.
+bool ActivityInterface::FindEnableToNativeDataExist(uint32_t activity, uint32_t eventType,
+                                                    const std::vector<EnableToNativeData>& list) {
+    for (const EnableToNativeData& entry : list) {
+        if (entry.activity == activity && entry.eventType == eventType) return false;
+    }
+    return true;
+}
+
+// Erases the pair's entry, or the first entry when the pair is missing.
+void ActivityInterface::RemoveEnableToNativeData(uint32_t activity, uint32_t eventType,
+                                                 std::vector<EnableToNativeData>& list) {
+    const int index = FindEnableToNativeDataIndex(activity, eventType, list);
+    if (index >= 0) list.erase(list.begin() + index);
+}
+
+// The client library's list of pairs, sent whole with every "ar-on".
+
+int ActivityInterface::FindZelEnableDataIndex(uint32_t activity, uint32_t eventType) {
+    for (size_t i = 0; i < g_zelEnableData.size(); ++i) {
+        if (g_zelEnableData[i].activity == activity && g_zelEnableData[i].eventType == eventType) {
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
+}
+
+void ActivityInterface::UpdateZelEnableData(uint32_t activity, uint32_t eventType,
+                                            int64_t reportLatencyNs, uint32_t noWake) {
+    EnableToNativeData entry;
+    entry.pid = 0;
+    entry.activity = activity;
+    entry.eventType = eventType;
+    entry.reportLatencyNs = reportLatencyNs;
+    entry.noWake = noWake;
+    g_zelEnableData.push_back(entry);
+}
+
+void ActivityInterface::RemoveZelEnableData(uint32_t activity, uint32_t eventType) {
+    const int index = FindZelEnableDataIndex(activity, eventType);
+    if (index >= 0) g_zelEnableData.erase(g_zelEnableData.begin() + index);
+}
+
+// An existing entry only gets the new latency; its place and flag stay.
+void ActivityInterface::UpsertZelEnableData(uint32_t activity, uint32_t eventType,
+                                            int64_t reportLatencyNs, uint32_t noWake) {
+    const int index = FindZelEnableDataIndex(activity, eventType);
+    ALOGI("[ZEL]tmpIndex:%d\n", index);
+    if (index >= 0) {
+        g_zelEnableData[index].reportLatencyNs = reportLatencyNs;
+    } else {
+        UpdateZelEnableData(activity, eventType, reportLatencyNs, noWake);
+    }
+}
+
+// "activity,eventType,latency,noWake,;" per entry, in list order, the last ";" included.
+std::string ActivityInterface::BuildZelEnableStr() {
+    std::string text;
+    for (const EnableToNativeData& entry : g_zelEnableData) {
+        text += std::to_string(entry.activity) + "," + std::to_string(entry.eventType) + "," +
+                std::to_string(entry.reportLatencyNs) + "," + std::to_string(entry.noWake) + ",;";
+    }
+    return text;
+}
+
+// Sends the whole list with "ar-on"; the caller logs the return code.
+int32_t ActivityInterface::SendZelEnableStr(const char* caller, uint32_t activity,
+                                            uint32_t eventType) {
+    const std::string param = BuildZelEnableStr();
+    ALOGI("%s: [ZEL]enable activityHandle:%d, eventType:%d, cmdParam:%s\n", caller, activity,
+          eventType, param.c_str());
+    return RunZelCommand("ar-on", param);
+}
+
+int32_t ActivityInterface::ZelEnableEvent(uint32_t activity, uint32_t eventType,
+                                          int64_t reportLatencyNs) {
+    UpsertZelEnableData(activity, eventType, reportLatencyNs, 0);
+    const int32_t code = SendZelEnableStr("ZelEnableEvent", activity, eventType);
+    ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "ZelEnableEvent", code);
+    return code;
+}
+
+int32_t ActivityInterface::ZelEnableEventExtend(uint32_t activity, uint32_t eventType,
+                                                int64_t reportLatencyNs, other_params params) {
+    if (!IsZelActivity(activity)) {
+        return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &params);
+    }
+    if (g_zelRunCommand == nullptr) return 0;
+    UpsertZelEnableData(activity, eventType, reportLatencyNs,
+                        IsNoWakePattern(params.params) ? 1 : 0);
+    const int32_t code = SendZelEnableStr("ZelEnableEventExtend", activity, eventType);
+    ALOGI("%s: [ZEL]ar-on, retCode(%d)", "ZelEnableEventExtend", code);
+    return code;
+}
+
+// Switches a pair on below for the first time and records it.
+bool ActivityInterface::UpdateEnableNative(const EnableToNativeData& record) {
+    if (mImpl == nullptr) {
+        ALOGE("%s: mImpl interface is not available", "UpdateEnableNative");
+        return false;
+    }
+    if (IsZelActivity(record.activity)) {
+        if (g_zelRunCommand != nullptr) {
+            UpsertZelEnableData(record.activity, record.eventType, record.reportLatencyNs, 0);
+            const int32_t code =
+                    SendZelEnableStr("UpdateEnableNative", record.activity, record.eventType);
+            ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "UpdateEnableNative", code);
+            if (code != 0) return false;
+        }
+    } else if (mImpl->enable_activity_event(record.activity, record.eventType,
+                                            record.reportLatencyNs) != 0) {
+        return false;
+    }
+    mEnableToNativeData.push_back(record);
+    return true;
+}
+
+// The extended request below. The over-long text is refused with the same message as a missing
+// table, at info level.
+int32_t ActivityInterface::EnableActivityEvent(uint32_t activity, uint32_t eventType,
+                                               int64_t reportLatencyNs,
+                                               const V1_0::OtherParams& params) {
+    if (mImpl == nullptr || params.extra.size() > kMaxExtraLength) {
+        ALOGI("%s: mImpl interface is not available", "EnableActivityEvent");
+        return 1;
+    }
+    other_params legacy = ToLegacyParams(params);
+    if (!IsZelActivity(activity)) {
+        return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &legacy);
+    }
+    if (g_zelRunCommand == nullptr) return 0;
+    UpsertZelEnableData(activity, eventType, reportLatencyNs, IsNoWake(params) ? 1 : 0);
+    const int32_t code = SendZelEnableStr("EnableActivityEvent", activity, eventType);
+    ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "EnableActivityEvent", code);
+    return code;
+}
+
+bool ActivityInterface::UpdateEnableNativeExend(const EnableToNativeData& record,
+                                                const V1_0::OtherParams& params) {
+    if (EnableActivityEvent(record.activity, record.eventType, record.reportLatencyNs, params) != 0) {
+        return false;
+    }
+    mEnableToNativeData.push_back(record);
+    return true;
+}
+
+// A request joined a pair that was already on: the newest state below becomes its first-report
+// limit (0 when only the client library answered).
+void ActivityInterface::HandleFirstReport(uint64_t pid, uint32_t activity, uint32_t eventType) {
+    ar_context_event* events = nullptr;
+    const int n = mImpl->get_current_activity(&events);
+    size_t zelRecords = 0;
+    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) zelRecords = ZelStateRecords().size();
+    if (n == 0 && zelRecords == 0) return;
+    std::vector<OxActivityRecognitionExtEvent> states;
+    for (int i = 0; events != nullptr && i < n; ++i) {
+        OxActivityRecognitionExtEvent state;
+        state.activity = events[i].activity;
+        state.eventType = events[i].event_type;
+        state.timestamp = events[i].timestamp;
+        state.params = events[i].params;
+        state.confidence = events[i].confidence;
+        state.firstReportFlag = 1;
+        states.push_back(state);
+    }
+    const int64_t timestamp = states.empty() ? 0 : states.back().timestamp;
+    ::android::Mutex::Autolock lock(eventMutex);
+    RemoveFirst(pid, activity, eventType);
+    firstReport.push_back({pid, activity, eventType, timestamp});
+}
+
+Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32_t eventType,
+                                                       int64_t reportLatencyNs) {
+    ALOGI("enableActivityEvent activity[%d], event[%d] reportLatency[%ld]ns", activity, eventType,
+          reportLatencyNs);
+    if (!ValidEventType(eventType)) return 1;
+    const int64_t latency = RoundNumbers(reportLatencyNs);
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    const uint64_t pid = PidKey(callingPid);
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        EnableRequestData request;
+        memset(&request, 0, sizeof(request));
+        request.pid = pid;
+        request.activity = activity;
+        request.eventType = eventType;
+        request.reportLatencyNs = latency;
+        mEventData.push_back(request);
+    }
+    bool enabled = false;
+    if (FindEnableToNativeDataExist(activity, eventType, mEnableToNativeData)) {
+        enabled = UpdateEnableNative({pid, activity, eventType, latency, 0});
+    } else {
+        int64_t merged;
+        {
+            ::android::Mutex::Autolock lock(eventMutex);
+            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+        }
+        int32_t status = 1;
+        if (mImpl == nullptr) {
+            ALOGE("%s: mImpl interface is not available", "enableActivityEvent");
+        } else if (IsZelActivity(activity)) {
+            status = 0;
+            if (g_zelRunCommand != nullptr) {
+                UpsertZelEnableData(activity, eventType, merged, 0);
+                status = SendZelEnableStr("enableActivityEvent", activity, eventType);
+                ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "enableActivityEvent", status);
+            }
+        } else {
+            status = mImpl->enable_activity_event(activity, eventType, merged);
+        }
+        if (status == 0) HandleFirstReport(pid, activity, eventType);
+        enabled = status == 0;
+    }
+    if (!enabled) {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+    }
+    ALOGI("enableActivityEvent end, pid[%d]", callingPid);
+    return enabled ? 0 : 1;
+}
+
+Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, uint32_t eventType,
+                                                             int64_t reportLatencyNs,
+                                                             const V1_0::OtherParams& params) {
+    ALOGI("enableActivityEventExtend activity[%d], event[%d] report_latency[%ld]ns", activity,
+          eventType, reportLatencyNs);
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    if (ValidActivityEventExtend(eventType, callingPid, params) != 0) return 1;
+    const uint64_t pid = PidKey(callingPid);
+    int64_t latency = RoundNumbers(reportLatencyNs);
+    const uint32_t noWake = IsNoWake(params) ? 1 : 0;
+    if (noWake) latency = kNoWakeLatencyNs;
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        mEventData.push_back({pid, activity, eventType, latency, ToLegacyParams(params)});
+    }
+    bool enabled;
+    // A pair first switched on for pid 0 counts as not on: each request adds another entry.
+    if (FindEnableToNativeData(activity, eventType, mEnableToNativeData).pid != 0) {
+        int64_t merged;
+        {
+            ::android::Mutex::Autolock lock(eventMutex);
+            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+        }
+        enabled = EnableActivityEvent(activity, eventType, merged, params) == 0;
+        if (enabled) HandleFirstReport(pid, activity, eventType);
+    } else {
+        enabled = UpdateEnableNativeExend({pid, activity, eventType, latency, noWake}, params);
+    }
+    if (activity == 64 && !g_zelEnableData.empty() && g_zelRunCommandInt != nullptr) {
+        const int32_t code =
+                g_zelRunCommandInt(kZelClient, "modem-update", TruncateToInt32(params.params[0]),
+                                   TruncateToInt32(params.params[1]));
+        ALOGI("%s: [ZEL]m-update retCode(%d)\n", "enableActivityEventExtend", code);
+    }
+    if (!enabled) {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+    }
+    ALOGI("enableActivityEventExtend end, pid[%d]", callingPid);
+    return enabled ? 0 : 1;
+}
+
+Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint32_t eventType) {
+    ALOGI("disableActivityEvent acivity[%d] event[%d]", activity, eventType);
+    if (!ValidEventType(eventType)) return 1;
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    const uint64_t pid = PidKey(callingPid);
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        if (mEventData.empty() ||
+            FindEnableRequestDataIndex(pid, activity, eventType, mEventData) < 0) {
+            return 1;
+        }
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        RemoveFirst(pid, activity, eventType);
+    }
+    // Unlocked, unlike the intake that writes it.
+    RemoveLastActivityEvent(pid, activity, eventType, mLastActivityEvent);
+    return DisableOtherActivityEvent(activity, eventType) != 0 ? 1 : 0;
+}
+
+// What stays below once a request of the pair is gone: the merged latency of the remaining
+// requests (extended ones with the last no-wake parameters), or the pair switched off.
+int32_t ActivityInterface::DisableOtherActivityEvent(uint32_t activity, uint32_t eventType) {
+    bool remains = false;
+    bool noPlain = true;  // cleared by a plain request of the pair
+    other_params kept;    // parameters of the last no-wake request, else zero
+    memset(&kept, 0, sizeof(kept));
+    int64_t merged = 0;
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        for (size_t i = 0; i < mEventData.size(); ++i) {
+            if (ValidEventActivity(i, activity, eventType, noPlain, kept)) remains = true;
+        }
+        if (remains) merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+    }
+    if (remains) {
+        if (mEnableToNativeData.empty()) return -1;
+        if (!noPlain) {
+            if (!IsZelActivity(activity)) {
+                return mImpl->enable_activity_event(activity, eventType, merged);
+            }
+            return g_zelRunCommand == nullptr ? 0 : ZelEnableEvent(activity, eventType, merged);
+        }
+        if (mImpl == nullptr) return 1;
+        return ZelEnableEventExtend(activity, eventType, merged, kept);
+    }
+    RemoveEnableToNativeData(activity, eventType, mEnableToNativeData);
+    if (!IsZelActivity(activity)) {
+        return mImpl == nullptr ? 0 : mImpl->disable_activity_event(activity, eventType);
+    }
+    if (g_zelRunCommand == nullptr) return 0;
+    RemoveZelEnableData(activity, eventType);
+    const int32_t code =
+            RunZelCommand("ar-off", std::to_string(activity) + "," + std::to_string(eventType));
+    ALOGI("%s: [ZEL]ar-off retCode(%d)\n", "DisableOtherActivityEvent", code);
+    return code;
 }
 
 Return<int32_t> ActivityInterface::flush() {
-    return 1;
+    if (mImpl == nullptr) {
+        ALOGE("%s: mImpl interface is not available", "flush");
+        return 1;
+    }
+    return mImpl->flush() != 0 ? 1 : 0;
+}
+
+// Queries.
+
+Return<void> ActivityInterface::getSupportedActivitiesList(getSupportedActivitiesList_cb _hidl_cb) {
+    if (mImpl == nullptr) {
+        ALOGE("%s: mImpl interface is not available", "getSupportedActivitiesList");
+        _hidl_cb({});
+        return Void();
+    }
+    char const* const* list = nullptr;
+    const int n = mImpl->get_supported_activities_list(&list);
+    if (n < 1 || list == nullptr) {
+        ALOGE("%s: can not get support activity, list_size(%d)", "getSupportedActivitiesList", n);
+        _hidl_cb({});
+        return Void();
+    }
+    ::android::hardware::hidl_string* names = new (std::nothrow)::android::hardware::hidl_string[n];
+    if (names == nullptr) {
+        // The only query that leaves its callback uncalled.
+        ALOGE("getSupportedActivitiesList hidl string new failed");
+        return Void();
+    }
+    for (int i = 0; i < n; ++i) names[i] = list[i];
+    hidl_vec<::android::hardware::hidl_string> activities;
+    activities.setToExternal(names, n);
+    _hidl_cb(activities);
+    delete[] names;
+    return Void();
+}
+
+Return<void> ActivityInterface::getCurrentActivity(getCurrentActivity_cb _hidl_cb) {
+    _hidl_cb(CurrentActivities(mImpl, "getCurrentActivity", "V1_0", convertACEToAEEV1_0));
+    return Void();
 }
 
 Return<void> ActivityInterface::getCurrentActivityV1_1(getCurrentActivityV1_1_cb _hidl_cb) {
-    _hidl_cb({});
+    _hidl_cb(CurrentActivities(mImpl, "getCurrentActivityV1_1", "V1_1", convertACEToAEEV1_1));
     return Void();
 }
 

@@ -72,10 +72,10 @@ TEST_F(ActivityEventsTest, MatchingSkipsTypeZeroAndRecordsTheLastType) {
     EXPECT_EQ(2u, client->v11[0][1].eventType);
     ASSERT_EQ(1u, Peer::lastEvents().size());
     const EventResponseData last = Peer::lastEvents()[0];
-    EXPECT_EQ(100u, last.pid);
-    EXPECT_EQ(2u, last.eventType);
-    EXPECT_EQ(10, last.timestamp);
-    EXPECT_EQ(0, last.confidence);
+    EXPECT_EQ(100u, uint64_t{last.pid});
+    EXPECT_EQ(2u, uint32_t{last.eventType});
+    EXPECT_EQ(10, int64_t{last.timestamp});
+    EXPECT_EQ(0, int32_t{last.confidence});
     EXPECT_EQ((Lines{"4 ActChangedCb start count[1]", "4 ActChangedCb end, pid[100]",
                      "4 ActChangedCb start count[2]", "4 able to onActivityChangedV1_1",
                      "4 ActChangedCb end, pid[100]"}),

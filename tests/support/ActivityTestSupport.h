@@ -34,6 +34,36 @@ struct ActivityInterfaceTestPeer {
     static void zelNotify(int32_t status, int32_t byteLength, const std::vector<int32_t>& data) {
         ActivityInterface::ZelNotify(status, byteLength, data);
     }
+    // Helpers of the native list and the request list.
+    static int nativeIndex(uint32_t a, uint32_t e, const std::vector<EnableToNativeData>& list) {
+        return ActivityInterface::FindEnableToNativeDataIndex(a, e, list);
+    }
+    static bool nativeAbsent(uint32_t a, uint32_t e, const std::vector<EnableToNativeData>& list) {
+        return ActivityInterface::FindEnableToNativeDataExist(a, e, list);
+    }
+    static EnableToNativeData findNative(uint32_t a, uint32_t e,
+                                         const std::vector<EnableToNativeData>& list) {
+        return ActivityInterface::FindEnableToNativeData(a, e, list);
+    }
+    static void removeNative(uint32_t a, uint32_t e, std::vector<EnableToNativeData>& list) {
+        ActivityInterface::RemoveEnableToNativeData(a, e, list);
+    }
+    static EnableRequestData findRequest(uint64_t pid, uint32_t a, uint32_t e) {
+        return ActivityInterface::FindEnableRequestData(pid, a, e, mEventData());
+    }
+    static int findRequestIndex(uint64_t pid, uint32_t a, uint32_t e) {
+        return ActivityInterface::FindEnableRequestDataIndex(pid, a, e, mEventData());
+    }
+    static bool validEventActivity(size_t index, uint32_t a, uint32_t e, bool& plain,
+                                   other_params& out) {
+        return ActivityInterface::ValidEventActivity(index, a, e, plain, out);
+    }
+    static int64_t minLatency(uint32_t a, uint32_t e) {
+        return ActivityInterface::MinReportLatencyNsFunc(a, e, mEventData());
+    }
+
+  private:
+    static std::vector<EnableRequestData>& mEventData() { return ActivityInterface::mEventData; }
 };
 
 }  // namespace implementation
