@@ -132,7 +132,15 @@ class CallbackObject : public Interface {
         event.subject = mState->name;
         event.name = method;
         event.detail = formatRecords(records, fields);
-        event.text = mState->label() + " " + method + " " + event.detail;
+        event.items = static_cast<int>(records.size());
+        // Long batches are shown by their first records; expectations see them whole.
+        std::vector<Record> shown(records.begin(),
+                                  records.begin() + std::min<size_t>(8, records.size()));
+        event.text = mState->label() + " " + method + " " + formatRecords(shown, fields);
+        if (shown.size() < records.size()) {
+            event.text.insert(event.text.size() - 1,
+                              " ... " + std::to_string(records.size()) + " records");
+        }
         if (fail) event.text += std::string(" -> ") + answer;
         event.json = ",\"client\":" + jsonString(mState->name) +
                      ",\"pid\":" + std::to_string(mState->pid) +

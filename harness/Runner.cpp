@@ -445,7 +445,11 @@ bool Runner::setClientOptions(ClientState* state, const Args& args, size_t from,
                         (creating ? ", pid=, version=, activity|environment)" : ")"));
         }
     }
-    if (from == args.size() && !creating) return fail("usage: NAME set link=...|calls=...");
+    if (creating) return true;
+    if (from == args.size()) return fail("usage: NAME set link=...|calls=...");
+    const char* links[] = {"ok", "refuse", "error"};
+    note("setup", state->label() + " link=" + links[static_cast<int>(state->link)] +
+                          " calls=" + (state->failCalls ? "fail" : "ok"));
     return true;
 }
 
@@ -1005,12 +1009,19 @@ void Runner::check(const std::string& expectation, bool ok, const std::string& e
 
 bool Runner::consume(const std::string& kind, const std::string& subject, const std::string& name,
                      const std::string& detail, std::string* got) {
+    return consumeIf(
+            kind, subject,
+            [&](const Event& event) { return event.name == name && event.detail == detail; }, got);
+}
+
+bool Runner::consumeIf(const std::string& kind, const std::string& subject,
+                       const std::function<bool(const Event&)>& matches, std::string* got) {
     bool found = false;
     std::vector<std::string> seen;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (Event& event : events) {
             if (event.kind != kind || event.subject != subject) continue;
-            if (!found && !event.consumed && event.name == name && event.detail == detail) {
+            if (!found && !event.consumed && matches(event)) {
                 event.consumed = true;
                 found = true;
                 return;
@@ -1196,6 +1207,18 @@ bool Runner::expectClient(Client* client, const Args& args) {
               "no (other) delivery to " + state.name, got);
         return true;
     }
+    if (args[2] == "linkToDeath" || args[2] == "unlinkToDeath") {
+        bool link = args[2] == "linkToDeath";
+        int64_t cookie = 0;
+        if (link ? args.size() != 4 || !parseInt64(args[3], &cookie) : args.size() != 3) {
+            return fail("usage: expect " + state.name +
+                        (link ? " linkToDeath COOKIE" : " unlinkToDeath"));
+        }
+        bool ok = consume("link", state.name, args[2], link ? std::to_string(cookie) : "", &got);
+        check(rest(args, 1), ok, state.label() + " " + args[2] + (link ? " cookie " + args[3] : ""),
+              "links of " + state.name + ": " + got);
+        return true;
+    }
     bool negative = args[2] == "no";
     const std::string& method = negative && args.size() > 3 ? args[3] : args[2];
     if (std::find(methods.begin(), methods.end(), method) == methods.end()) {
@@ -1213,6 +1236,18 @@ bool Runner::expectClient(Client* client, const Args& args) {
                     : method == "onActivityExtendChangedV1_1" ? Fields::kLongC
                     : method == "onEnvironmentChangedV1_1"    ? Fields::kLongC
                                                               : Fields::kLong;
+    // METHOD count=N: a delivery of N records, whatever they hold.
+    int32_t count;
+    if (args.size() == 4 && args[3].compare(0, 6, "count=") == 0) {
+        if (!parseInt32(args[3].substr(6), &count)) return fail("bad count '" + args[3] + "'");
+        bool ok = consumeIf(
+                "deliver", state.name,
+                [&](const Event& event) { return event.name == method && event.items == count; },
+                &got);
+        check(rest(args, 1), ok, state.label() + " " + method + " of " + args[3] + " records",
+              "deliveries to " + state.name + ": " + got);
+        return true;
+    }
     std::vector<Record> records;
     for (size_t i = 3; i < args.size(); ++i) {
         Record record;

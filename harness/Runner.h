@@ -5,6 +5,7 @@
 
 #include <vendor/quarn/hardware/activity_recognition/1.1/IActivityRecognition.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -66,6 +67,8 @@ class Runner {
     // detail match; on a miss lists the step's events of that kind and subject as `got`.
     bool consume(const std::string& kind, const std::string& subject, const std::string& name,
                  const std::string& detail, std::string* got);
+    bool consumeIf(const std::string& kind, const std::string& subject,
+                   const std::function<bool(const Event&)>& matches, std::string* got);
     bool nothingElse(const std::string& kind, const std::string& subject, const std::string& name,
                      std::string* got);
     void check(const std::string& expectation, bool ok, const std::string& expected,

@@ -22,6 +22,7 @@ struct Event {
     std::string subject;
     std::string name;
     std::string detail;
+    int items = 0;  // records of a delivery
     // The human-readable line (after the location and kind) and the JSON members that follow
     // "file", "line" and "kind" (empty, or starting with a comma).
     std::string text;
