@@ -1,5 +1,6 @@
 // Sequences of HIDL calls from a few processes, reports of the lower layers and client deaths,
 // decoded from the input: any latencies, parameters and texts (out-of-range doubles included).
+#include <android-base/properties.h>
 #include <hwbinder/IPCThreadState.h>
 #include <math.h>
 #include <string.h>
@@ -8,6 +9,7 @@
 
 #include "FuzzService.h"
 #include "simulated_legacy_module.h"
+#include "simulated_zel_client.h"
 
 using namespace arfuzz;
 using ::android::hardware::host::ScopedCallingIdentity;
@@ -57,7 +59,7 @@ ar::V1_0::OtherParams params(Input& in) {
 
 void report(Input& in, uint8_t kind) {
     const int count = in.byte() % 8;
-    if (kind == 0) {
+    if (kind == 0 || kind == 3) {
         std::vector<activity_event> events(count);
         for (auto& e : events) {
             e = {.event_type = eventType(in),
@@ -65,7 +67,11 @@ void report(Input& in, uint8_t kind) {
                  .timestamp = in.value<int8_t>(),
                  .confidence = in.value<int8_t>()};
         }
-        simulated_legacy::reportActivities(events.data(), count);
+        if (kind == 0) {
+            simulated_legacy::reportActivities(events.data(), count);
+        } else {
+            simulated_zel::notify(0, count * sizeof(activity_event), simulated_zel::pack(events));
+        }
         return;
     }
     std::vector<ar_context_event> events(count);
@@ -204,6 +210,9 @@ void call(Input& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    // Activities 2, 3 and 31 are the client library's; the others stay with the legacy module.
+    android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
+    simulated_zel::setConfigMask(0x8000000c);
     service();
     simulated_legacy::setRecording(false);
     return 0;
