@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <hwbinder/IPCThreadState.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <functional>
@@ -104,7 +105,8 @@ class AsClient {
 
 }  // namespace
 
-Runner::Runner(Trace* trace, ModuleLayer* module) : mTrace(trace), mModule(module) {}
+Runner::Runner(Trace* trace, ModuleLayer* module, ZelLayer* zel)
+    : mTrace(trace), mModule(module), mZel(zel) {}
 
 bool Runner::fail(const std::string& message) {
     mError = message;
@@ -141,6 +143,7 @@ bool Runner::runLine(const std::string& file, int line, const std::string& text)
     }
     bool ok = command(args);
     mModule->flush();
+    mZel->flush();
     return ok;
 }
 
@@ -152,9 +155,7 @@ bool Runner::command(const Args& args) {
     if (word == "client") return createClient(args);
     if (word == "kill") return kill(args);
     if (word == "expect") return expect(args);
-    if (word == "zel") {
-        return fail("the simulated client library is not part of this build");
-    }
+    if (word == "zel") return zel(args);
     if (Client* client = findClient(word)) return clientCommand(client, args);
     return fail("unknown command or client '" + word + "'");
 }
@@ -344,6 +345,227 @@ bool Runner::moduleReport(const Args& args) {
     return true;
 }
 
+// ---- the client library ----
+
+bool Runner::loadZel() {
+    bool first = mZel->control() == nullptr;
+    std::string error;
+    if (!mZel->load(&error)) return fail(error);
+    if (first && mZel->control() != nullptr) {
+        note("setup", "client library libZelClient.so loaded (found by the HAL by its name)");
+    }
+    return true;
+}
+
+bool Runner::zel(const Args& args) {
+    const std::string usage =
+            "usage: zel library present|no-motion|absent | mask MASK | config [WORD...] | "
+            "status [RECORD...] | queue ENTRY RESULT... | result COMMAND CODE | "
+            "notify [RECORD...] [status=N] [bytes=N] [repeat=N] [null] [as=PID] [nostate]";
+    if (args.size() < 2) return fail(usage);
+    const std::string& what = args[1];
+    std::string error;
+    if (what == "library") {
+        ZelLayer::Variant variant;
+        if (args.size() != 3) return fail("usage: zel library present|no-motion|absent");
+        if (args[2] == "present") {
+            variant = ZelLayer::Variant::kPresent;
+        } else if (args[2] == "no-motion") {
+            variant = ZelLayer::Variant::kNoMotion;
+        } else if (args[2] == "absent") {
+            variant = ZelLayer::Variant::kAbsent;
+        } else {
+            return fail("usage: zel library present|no-motion|absent");
+        }
+        if (!mZel->choose(variant, &error)) return fail(error);
+        if (variant == ZelLayer::Variant::kAbsent) {
+            note("setup", "client library absent: the HAL will not find libZelClient.so");
+            return loadZel();
+        }
+        if (!loadZel()) return false;
+        if (variant == ZelLayer::Variant::kNoMotion) {
+            note("setup", "client library without ZelMotionEnable");
+        }
+        return true;
+    }
+    if (what != "mask" && what != "config" && what != "status" && what != "queue" &&
+        what != "result" && what != "notify") {
+        return fail(usage);
+    }
+    if (!loadZel()) return false;
+    const ZelControl* control = mZel->control();
+    if (control == nullptr) return fail("the client library is absent in this run");
+    if (what == "notify") return zelNotify(args);
+    if (what == "mask") {
+        int64_t mask;
+        if (args.size() != 3 || !parseInt64(args[2], &mask) || mask < 0 || mask > UINT32_MAX) {
+            return fail("usage: zel mask MASK (a 32-bit number, such as 0x41)");
+        }
+        control->setConfig({static_cast<int32_t>(static_cast<uint32_t>(mask))});
+        char text[32];
+        snprintf(text, sizeof(text), "0x%x", static_cast<uint32_t>(mask));
+        note("setup", std::string("client library \"ar_config\" answers mask ") + text);
+    } else if (what == "config") {
+        std::vector<int32_t> words;
+        for (size_t i = 2; i < args.size(); ++i) {
+            int64_t word;
+            if (!parseInt64(args[i], &word) || word < INT32_MIN || word > UINT32_MAX) {
+                return fail("bad word '" + args[i] + "' (32 bits)");
+            }
+            words.push_back(static_cast<int32_t>(static_cast<uint32_t>(word)));
+        }
+        control->setConfig(words);
+        note("setup", "client library \"ar_config\" answers " + std::to_string(words.size()) +
+                              " word(s): " + rest(args, 2));
+    } else if (what == "status") {
+        std::vector<Record> records;
+        std::vector<ar_context_event> events;
+        for (size_t i = 2; i < args.size(); ++i) {
+            Record r;
+            if (!parseRecord(args[i], Fields::kLongC, &r, &error)) return fail(error);
+            if (r.params.x.size() > 32) return fail("x holds at most 32 bytes in a legacy record");
+            ar_context_event event{};
+            event.event_type = r.e;
+            event.activity = r.a;
+            event.timestamp = r.t;
+            event.confidence = r.c;
+            event.status = r.s;
+            for (int k = 0; k < 4; ++k) event.params.params[k] = r.params.p[k];
+            memcpy(event.params.extra, r.params.x.data(), r.params.x.size());
+            records.push_back(r);
+            events.push_back(event);
+        }
+        control->setStatusRecords(events);
+        note("setup",
+             "client library \"ar_status\" answers " + formatRecords(records, Fields::kLongC));
+    } else if (what == "queue") {
+        static const std::pair<const char*, simulated_zel::Entry> kEntries[] = {
+                {"ZelSetCallback", simulated_zel::Entry::kSetCallback},
+                {"ZelRunCommand", simulated_zel::Entry::kRunCommand},
+                {"ZelRunCommandInt", simulated_zel::Entry::kRunCommandInt},
+                {"ZelGetData", simulated_zel::Entry::kGetData},
+                {"ZelMotionEnable", simulated_zel::Entry::kMotionEnable}};
+        if (args.size() < 4) return fail("usage: zel queue ENTRY RESULT...");
+        const simulated_zel::Entry* entry = nullptr;
+        for (const auto& known : kEntries) {
+            if (args[2] == known.first) entry = &known.second;
+        }
+        if (entry == nullptr) {
+            return fail("the client library has no entry point " + args[2] +
+                        " (ZelSetCallback, ZelRunCommand, ZelRunCommandInt, ZelGetData, "
+                        "ZelMotionEnable)");
+        }
+        std::vector<int32_t> results;
+        for (size_t i = 3; i < args.size(); ++i) {
+            int32_t result;
+            if (!parseInt32(args[i], &result)) return fail("bad result '" + args[i] + "'");
+            results.push_back(result);
+        }
+        control->queueResults(*entry, results);
+        note("setup", "client library " + args[2] + " answers, call by call: " + rest(args, 3));
+    } else {
+        int32_t code;
+        if (args.size() != 4 || !parseInt32(args[3], &code)) {
+            return fail("usage: zel result COMMAND CODE");
+        }
+        control->setCommandResult(args[2], code);
+        note("setup", "client library command " + args[2] + " answers " + args[3]);
+    }
+    return true;
+}
+
+// zel notify [RECORD...] [status=N] [bytes=N] [repeat=N] [null] [as=PID] [nostate]
+bool Runner::zelNotify(const Args& args) {
+    std::vector<Record> records;
+    int32_t status = 0;
+    int32_t bytes = 0;
+    bool hasBytes = false;
+    int32_t repeat = 1;
+    bool null = false;
+    bool noState = false;
+    int32_t pid = kHostPid;
+    for (size_t i = 2; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        std::string error;
+        if (arg.compare(0, 7, "status=") == 0) {
+            if (!parseInt32(arg.substr(7), &status)) return fail("bad status '" + arg + "'");
+        } else if (arg.compare(0, 6, "bytes=") == 0) {
+            if (!parseInt32(arg.substr(6), &bytes)) return fail("bad byte length '" + arg + "'");
+            hasBytes = true;
+        } else if (arg.compare(0, 7, "repeat=") == 0) {
+            if (!parseInt32(arg.substr(7), &repeat) || repeat < 1 || repeat > 10000) {
+                return fail("bad repeat '" + arg + "' (1 to 10000)");
+            }
+        } else if (arg.compare(0, 3, "as=") == 0) {
+            if (!parseInt32(arg.substr(3), &pid)) return fail("bad pid '" + arg + "'");
+        } else if (arg == "null") {
+            null = true;
+        } else if (arg == "nostate") {
+            noState = true;
+        } else if (looksLikeRecord(arg)) {
+            Record record;
+            if (!parseRecord(arg, Fields::kShortC, &record, &error)) return fail(error);
+            records.push_back(record);
+        } else {
+            return fail("bad argument '" + arg +
+                        "' (a record such as e=1,a=3,t=1000, or status=, "
+                        "bytes=, repeat=, null, as=, nostate)");
+        }
+    }
+    std::vector<activity_event> events;
+    for (int32_t r = 0; r < repeat; ++r) {
+        for (const Record& rec : records)
+            events.push_back(activity_event{rec.e, rec.a, rec.t, rec.c});
+    }
+    if (!hasBytes) bytes = static_cast<int32_t>(events.size() * sizeof(activity_event));
+    // The storage always covers the byte length it is sent with; `null` sends none at all.
+    size_t words = std::max(events.size() * sizeof(activity_event),
+                            static_cast<size_t>(std::max(bytes, 0))) /
+                           sizeof(int32_t) +
+                   1;
+    std::vector<int32_t> data;
+    if (!null) {
+        data.assign(words, 0);
+        if (!events.empty()) {
+            memcpy(data.data(), events.data(), events.size() * sizeof(activity_event));
+        }
+    }
+    std::vector<Record> shown;
+    for (int32_t r = 0; r < repeat && shown.size() < 8; ++r) {
+        shown.insert(shown.end(), records.begin(), records.end());
+    }
+    std::string identity = noState ? "no thread state" : "pid " + std::to_string(pid);
+    Event event;
+    event.kind = "report";
+    event.subject = "zel";
+    event.name = "ZelNotify";
+    event.text = "zel ZelNotify(" + std::to_string(status) + ", " + std::to_string(bytes) + ", " +
+                 (null                 ? "null"
+                  : events.size() <= 8 ? formatRecords(shown, Fields::kShortC)
+                                       : std::to_string(events.size()) + " records") +
+                 ") from the library's thread, " + identity;
+    std::vector<Record> all;
+    for (const auto& e : events) {
+        Record r;
+        r.e = e.event_type;
+        r.a = e.activity;
+        r.t = e.timestamp;
+        r.c = e.confidence;
+        all.push_back(r);
+    }
+    event.json = ",\"layer\":\"zel\",\"status\":" + std::to_string(status) +
+                 ",\"bytes\":" + std::to_string(bytes) +
+                 ",\"records\":" + (null ? "null" : recordsJson(all, Fields::kShortC)) +
+                 ",\"pid\":" + (noState ? "null" : std::to_string(pid));
+    mTrace->emit(std::move(event));
+    if (!mZel->control()->notify(status, bytes, data, pid, !noState)) {
+        note("note",
+             "the HAL registered no notification function with the client library: nothing was "
+             "reported");
+    }
+    return true;
+}
+
 // start [INSTANCE]: what the service host does when the service is first asked for.
 bool Runner::start(const Args& args) {
     if (args.size() > 2) return fail("usage: start [INSTANCE]");
@@ -356,6 +578,7 @@ bool Runner::start(const Args& args) {
     using Fetch = ar::V1_1::IActivityRecognition* (*)(const char*);
     auto fetch = reinterpret_cast<Fetch>(dlsym(handle, kEntryPoint));
     if (fetch == nullptr) return fail(std::string("the HAL exports no entry point: ") + dlerror());
+    if (!loadZel()) return false;
     mStarted = true;
     mStartLine = mLine;
     std::string instance = args.size() == 2 ? args[1] : "default";
@@ -975,15 +1198,18 @@ void Runner::traceReturn(const ClientState& state, Result result) {
 
 bool Runner::expect(const Args& args) {
     const char* usage =
-            "usage: expect result VALUE... | log PRIORITY TAG TEXT | no log TAG TEXT | "
-            "module nothing|no ENTRY|ENTRY [ARG...] | order CLIENT CLIENT... | "
+            "usage: expect result VALUE... | log PRIORITY TAG TEXT | log-containing PRIORITY TAG "
+            "PART | no log TAG TEXT | "
+            "module nothing|no ENTRY|ENTRY [ARG...] | zel nothing|no NAME|NAME [ARG...] | "
+            "order CLIENT CLIENT... | "
             "CLIENT nothing|no METHOD|METHOD [RECORD...]";
     if (args.size() < 2) return fail(usage);
     const std::string& what = args[1];
     if (what == "result") return expectResult(args);
-    if (what == "log") return expectLog(args);
+    if (what == "log" || what == "log-containing") return expectLog(args);
     if (what == "no" && args.size() > 2 && args[2] == "log") return expectNoLog(args);
     if (what == "module") return expectModule(args);
+    if (what == "zel") return expectZel(args);
     if (what == "order") return expectOrder(args);
     if (Client* client = findClient(what)) return expectClient(client, args);
     return fail("expect what? '" + what + "' is neither a kind of expectation nor a client (" +
@@ -1094,17 +1320,30 @@ bool Runner::expectResult(const Args& args) {
     return true;
 }
 
-// expect log PRIORITY TAG TEXT
+// expect log PRIORITY TAG TEXT, or log-containing PRIORITY TAG PART (for texts that carry what
+// the system says, such as a loader's error).
 bool Runner::expectLog(const Args& args) {
     char priority;
-    if (args.size() != 5) return fail("usage: expect log PRIORITY TAG TEXT (quote the text)");
+    bool part = args[1] == "log-containing";
+    if (args.size() != 5) {
+        return fail("usage: expect " + args[1] + " PRIORITY TAG " + (part ? "PART" : "TEXT") +
+                    " (quote the text)");
+    }
     if (!parsePriority(args[2], &priority)) {
         return fail("bad priority '" + args[2] + "' (V D I W E F, or 2 to 7)");
     }
     std::string got;
-    bool ok = consume("log", args[3], std::string(1, priority), args[4], &got);
+    std::string name(1, priority);
+    bool ok = consumeIf(
+            "log", args[3],
+            [&](const Event& event) {
+                return event.name == name && (part ? event.detail.find(args[4]) != std::string::npos
+                                                   : event.detail == args[4]);
+            },
+            &got);
     check(rest(args, 1), ok,
-          std::string("a line ") + priority + " " + args[3] + ": " + escapeText(args[4]),
+          std::string("a line ") + priority + " " + args[3] + (part ? " containing: " : ": ") +
+                  escapeText(args[4]),
           args[3] + " lines: " + got);
     return true;
 }
@@ -1165,6 +1404,30 @@ bool Runner::expectModule(const Args& args) {
     detail += ")";
     bool ok = consume("module", "module", entry, detail, &got);
     check(rest(args, 1), ok, detail, "module calls: " + got);
+    return true;
+}
+
+// expect zel nothing | no NAME | NAME [ARG...]: NAME is a command ("ar-on", "ar-off",
+// "modem-update") or an entry point ("ZelGetData", ...); the arguments are its text parameter,
+// its two integers, the data key, the client name or ZelMotionEnable's argument.
+bool Runner::expectZel(const Args& args) {
+    if (args.size() < 3) return fail("usage: expect zel nothing|no NAME|NAME [ARG...]");
+    std::string got;
+    if (args[2] == "nothing") {
+        if (args.size() != 3) return fail("usage: expect zel nothing");
+        check(rest(args, 1), nothingElse("zel", "zel", "", &got),
+              "no (other) call to reach the client library", got);
+        return true;
+    }
+    if (args[2] == "no") {
+        if (args.size() != 4) return fail("usage: expect zel no NAME");
+        check(rest(args, 1), nothingElse("zel", "zel", args[3], &got), "no (other) " + args[3], got);
+        return true;
+    }
+    std::vector<std::string> parts(args.begin() + 3, args.end());
+    std::string detail = join(parts, " ");
+    bool ok = consume("zel", "zel", args[2], detail, &got);
+    check(rest(args, 1), ok, args[2] + " " + quoteToken(detail), "client library calls: " + got);
     return true;
 }
 

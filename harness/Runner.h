@@ -14,12 +14,13 @@
 #include "ModuleLayer.h"
 #include "Syntax.h"
 #include "Trace.h"
+#include "ZelLayer.h"
 
 namespace arharness {
 
 class Runner {
   public:
-    Runner(Trace* trace, ModuleLayer* module);
+    Runner(Trace* trace, ModuleLayer* module, ZelLayer* zel);
 
     // Runs one scenario line. False on a scenario error, described by error().
     bool runLine(const std::string& file, int line, const std::string& text);
@@ -46,6 +47,9 @@ class Runner {
     bool property(const Args& args);
     bool module(const Args& args);
     bool moduleReport(const Args& args);
+    bool zel(const Args& args);
+    bool zelNotify(const Args& args);
+    bool loadZel();
     bool start(const Args& args);
     bool createClient(const Args& args);
     bool setClientOptions(ClientState* state, const Args& args, size_t from, bool creating);
@@ -61,6 +65,7 @@ class Runner {
     bool expectLog(const Args& args);
     bool expectNoLog(const Args& args);
     bool expectModule(const Args& args);
+    bool expectZel(const Args& args);
     bool expectOrder(const Args& args);
     bool expectClient(Client* client, const Args& args);
     // Finds and consumes the first unconsumed event of `kind` about `subject` whose name and
@@ -82,6 +87,7 @@ class Runner {
 
     Trace* mTrace;
     ModuleLayer* mModule;
+    ZelLayer* mZel;
     std::string mFile;
     int mLine = 0;
     std::string mText;

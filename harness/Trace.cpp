@@ -18,6 +18,12 @@ void Trace::beginStep() {
 }
 
 void Trace::emit(Event event) {
+    static thread_local bool tInHook = false;
+    if (mBeforeEmit && !tInHook) {
+        tInHook = true;
+        mBeforeEmit();
+        tInHook = false;
+    }
     std::lock_guard<std::mutex> guard(mLock);
     if (mFormat == Format::kJsonl) {
         fprintf(mOut, "{\"file\":%s,\"line\":%d,\"kind\":%s%s}\n", jsonString(mFile).c_str(), mLine,

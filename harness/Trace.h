@@ -40,10 +40,14 @@ class Trace {
     void beginStep();
     // Prints the event at once and keeps it in the current step. Safe from any thread.
     void emit(Event event);
+    // Runs before every event is printed (not for the events it emits itself): lower layers that
+    // only record their calls trace them from here, just ahead of whatever happened next.
+    void setBeforeEmit(std::function<void()> hook) { mBeforeEmit = std::move(hook); }
     // Runs `work` on the events of the current step under the trace's lock.
     void withStep(const std::function<void(std::vector<Event>&)>& work);
 
   private:
+    std::function<void()> mBeforeEmit;
     std::mutex mLock;
     FILE* mOut;
     Format mFormat;

@@ -23,6 +23,7 @@
 #include "Runner.h"
 #include "Syntax.h"
 #include "Trace.h"
+#include "ZelLayer.h"
 
 namespace {
 
@@ -33,6 +34,7 @@ using arharness::Format;
 // harness never lets go of the service (held by the runner).
 arharness::Trace* gTrace = nullptr;
 arharness::ModuleLayer* gModule = nullptr;
+arharness::ZelLayer* gZel = nullptr;
 arharness::Runner* gRunner = nullptr;
 
 char priorityLetter(int priority) {
@@ -117,7 +119,10 @@ int main(int argc, char** argv) {
     __android_log_set_logger(traceLogger);
     gModule = new arharness::ModuleLayer(gTrace);
     gModule->install();
-    gRunner = new arharness::Runner(gTrace, gModule);
+    gZel = new arharness::ZelLayer(gTrace);
+    // The client library only records its calls: they are traced just ahead of the next event.
+    gTrace->setBeforeEmit([] { gZel->flush(); });
+    gRunner = new arharness::Runner(gTrace, gModule, gZel);
     arharness::Runner* runner = gRunner;
 
     int errors = 0;
