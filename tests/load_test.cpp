@@ -1,0 +1,486 @@
+// Load and faults: binder threads of many processes register, enable, disable and query while the
+// legacy module's and the client library's threads report batches, processes die at random,
+// clients fail their calls, lower-layer calls fail and malformed batches are mixed in. Bounded in
+// iterations and time. At the end only observable effects are checked: deliveries, calls that
+// reached the lower layers.
+//
+// Some lists of the HAL are unlocked by design (the native list and the client library's list on
+// enable/disable/queries, the last-event list on disable, the recipient lookup on death, the
+// creation of the shared recipients). The test itself keeps calls that touch them from running
+// at once: every call that changes registrations or requests holds `gModel` exclusively, batches
+// and queries hold it shared.
+#include <android-base/properties.h>
+#include <gtest/gtest.h>
+#include <hwbinder/IPCThreadState.h>
+#include <stdio.h>
+#include <string.h>
+#include <vendor/quarn/hardware/activity_recognition/1.1/IEnvironmentChangedCallback.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <random>
+#include <set>
+#include <shared_mutex>
+#include <thread>
+#include <vector>
+
+#include "LogCapture.h"
+#include "Passthrough.h"
+#include "simulated_legacy_module.h"
+#include "simulated_zel_client.h"
+
+namespace {
+
+namespace ar = ::vendor::quarn::hardware::activity_recognition;
+using ::android::sp;
+using ::android::wp;
+using ::android::hardware::hidl_death_recipient;
+using ::android::hardware::hidl_vec;
+using ::android::hardware::Return;
+using ::android::hardware::Status;
+using ::android::hardware::Void;
+using ::android::hardware::host::ScopedCallingIdentity;
+
+constexpr int kProcesses = 10;
+constexpr int kFirstPid = 3000;
+constexpr int kSweepPid = 2999;
+constexpr int kBinderThreads = 3;
+constexpr int kOpsPerThread = 1200;
+constexpr int kBatches = 250;
+constexpr auto kTimeLimit = std::chrono::seconds(20);
+// Pairs (activity, event type): activities 0..5, types 1 and 2; activities 2 and 3 belong to the
+// client library.
+constexpr int kPairs = 12;
+constexpr uint32_t kLibraryMask = 0xc;
+uint32_t pairActivity(int pair) {
+    return pair / 2;
+}
+uint32_t pairType(int pair) {
+    return 1 + pair % 2;
+}
+
+// A callback object of one process. It records what it receives and may fail its calls.
+struct Callback : public ar::V1_1::IActivityChangedCallback,
+                  public ar::V1_1::IEnvironmentChangedCallback {
+    Callback(bool failing, bool refuseLink) : failing(failing), refuseLink(refuseLink) {}
+    const bool failing;
+    const bool refuseLink;
+    std::mutex lock;
+    std::vector<int64_t> plain;    // timestamps of plain events (1.1 and 1.0)
+    std::vector<int64_t> batches;  // first timestamp of each extended or environment batch
+    std::vector<std::pair<sp<hidl_death_recipient>, uint64_t>> links;
+
+    Return<bool> linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie) override {
+        std::lock_guard<std::mutex> guard(lock);
+        if (!refuseLink) links.emplace_back(recipient, cookie);
+        return !refuseLink;
+    }
+    template <typename Vec>
+    Return<void> record(std::vector<int64_t>& into, const Vec& events, bool whole) {
+        std::lock_guard<std::mutex> guard(lock);
+        if (whole) {
+            if (events.size() > 0) into.push_back(events[0].timestamp);
+        } else {
+            for (const auto& e : events) into.push_back(e.timestamp);
+        }
+        if (failing) return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "failing");
+        return Void();
+    }
+    Return<void> onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& e) override {
+        return record(plain, e, false);
+    }
+    Return<void> onActivityExtendChangedV1_0(
+            const hidl_vec<ar::V1_0::ActivityEventExtend>& e) override {
+        return record(batches, e, true);
+    }
+    Return<void> onActivityChangedV1_1(const hidl_vec<ar::V1_1::ActivityEventV1_1>& e) override {
+        return record(plain, e, false);
+    }
+    Return<void> onActivityExtendChangedV1_1(
+            const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) override {
+        return record(batches, e, true);
+    }
+    Return<void> onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>& e) override {
+        return record(batches, e, true);
+    }
+    Return<void> onEnvironmentChangedV1_1(
+            const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) override {
+        return record(batches, e, true);
+    }
+    void die() {
+        std::vector<std::pair<sp<hidl_death_recipient>, uint64_t>> copy;
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            copy = links;
+        }
+        wp<::android::hidl::base::V1_0::IBase> who(
+                static_cast<ar::V1_1::IActivityChangedCallback*>(this));
+        for (auto& [recipient, cookie] : copy) recipient->serviceDied(cookie, who);
+    }
+};
+
+// What the test knows of one process: its registered callbacks and its open requests.
+struct Process {
+    sp<Callback> activity10, activity11, environment10, environment11;
+    std::set<int> open;  // pairs
+    std::vector<sp<Callback>> dead;
+};
+
+enum Role { kActivity10, kActivity11, kEnvironment10, kEnvironment11 };
+
+struct Figures {
+    std::atomic<int> operations{0}, plainBatches{0}, libraryBatches{0}, extendedBatches{0},
+            environmentBatches{0}, malformed{0}, deaths{0};
+};
+
+class LoadTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
+        simulated_zel::setConfigMask(kLibraryMask);
+        service = artest::fetchService();
+        ASSERT_NE(nullptr, service);
+        activity = service->getActivityInterfaceV1_1().withDefault(nullptr);
+        environment = service->getEnvironmentInterfaceV1_1().withDefault(nullptr);
+        ASSERT_NE(nullptr, activity);
+        ASSERT_NE(nullptr, environment);
+    }
+
+    // --- binder threads (each call acts as the chosen process) ------------------------------
+    void binderThread(unsigned seed);
+    void registerCallback(int p, Role role, std::mt19937& rng);
+    void enable(int p, int pair, std::mt19937& rng);
+    void disable(int p, int pair);
+    void kill(int p);
+
+    // --- reporting threads -------------------------------------------------------------------
+    void legacyThread(unsigned seed);
+    void libraryThread(unsigned seed);
+    void expectPlain(const std::vector<activity_event>& events);
+    void expectWhole(int64_t id, bool environmentSide);
+
+    artest::LogCapture log;  // keeps the log quiet and cheap: lines are captured, not printed
+    sp<ar::V1_1::IActivityRecognition> service;
+    sp<ar::V1_1::IActivityInterface> activity;
+    sp<ar::V1_1::IEnvironmentInterface> environment;
+
+    std::shared_mutex gModel;
+    Process processes[kProcesses];
+    std::vector<sp<Callback>> everyCallback;  // keeps every object alive for the final check
+    std::mutex expectLock;
+    std::map<Callback*, std::vector<int64_t>> expectedPlain, expectedBatches;
+    std::atomic<int64_t> nextTimestamp{1};
+    Figures figures;
+    std::chrono::steady_clock::time_point deadline;
+};
+
+void LoadTest::registerCallback(int p, Role role, std::mt19937& rng) {
+    Process& process = processes[p];
+    sp<Callback>* slot[] = {&process.activity10, &process.activity11, &process.environment10,
+                            &process.environment11};
+    // Now and then a process hands in a new object where one is registered (replace or refuse).
+    if (*slot[role] != nullptr && rng() % 4 != 0) return;
+    sp<Callback> callback = new Callback(rng() % 5 == 0, rng() % 10 == 0);
+    everyCallback.push_back(callback);
+    switch (role) {
+        case kActivity10:
+            activity->registerActivityCallback(callback);
+            // A process keeps its first 1.0 registration; a refused link adds nothing.
+            if (process.activity10 == nullptr && !callback->refuseLink)
+                process.activity10 = callback;
+            break;
+        case kActivity11:
+            activity->registerActivityCallbackV1_1(callback);
+            // Replaces the process's entry; a refused link leaves it with none.
+            process.activity11 = callback->refuseLink ? nullptr : callback;
+            break;
+        case kEnvironment10:
+            environment->registerEnvironmentCallback(callback);
+            if (process.environment10 == nullptr && !callback->refuseLink) {
+                process.environment10 = callback;
+            }
+            break;
+        case kEnvironment11:
+            environment->registerEnvironmentCallbackV1_1(callback);
+            if (process.environment11 == nullptr && !callback->refuseLink) {
+                process.environment11 = callback;
+            }
+            break;
+    }
+    if (callback != *slot[role]) process.dead.push_back(callback);
+}
+
+void LoadTest::enable(int p, int pair, std::mt19937& rng) {
+    const uint32_t a = pairActivity(pair), t = pairType(pair);
+    const bool library = (kLibraryMask >> a) & 1;
+    // One call in eight fails below: the legacy entry or the library's command.
+    const bool fail = rng() % 8 == 0;
+    if (fail) {
+        if (library) {
+            simulated_zel::setCommandResult("ar-on", -1);
+        } else {
+            simulated_legacy::setResult("enable_activity_event", 1);
+            simulated_legacy::setResult("enable_activity_event_extend", 1);
+        }
+    }
+    int32_t result;
+    if (rng() % 3 == 0) {
+        ar::V1_0::OtherParams params;
+        params.params[0] = rng() % 2 ? 1.0 : 0.5;  // the no-wake pattern, or an ordinary one
+        params.extra = std::string(rng() % 33, 'x');
+        result = activity->enableActivityEventExtend(a, t, 1000000000LL * (1 + rng() % 5), params);
+    } else {
+        result = activity->enableActivityEvent(a, t, 1000000000LL * (1 + rng() % 5));
+    }
+    if (fail) {
+        simulated_zel::setCommandResult("ar-on", 0);
+        simulated_legacy::setResult("enable_activity_event", 0);
+        simulated_legacy::setResult("enable_activity_event_extend", 0);
+    }
+    // A failed enable withdraws the request, also one that was open before.
+    if (result == 0) {
+        processes[p].open.insert(pair);
+    } else {
+        processes[p].open.erase(pair);
+    }
+}
+
+void LoadTest::disable(int p, int pair) {
+    activity->disableActivityEvent(pairActivity(pair), pairType(pair));
+    processes[p].open.erase(pair);
+}
+
+void LoadTest::kill(int p) {
+    Process& process = processes[p];
+    for (const sp<Callback>& callback :
+         {process.activity10, process.activity11, process.environment10, process.environment11}) {
+        if (callback != nullptr) callback->die();
+    }
+    for (const sp<Callback>& callback : process.dead) callback->die();
+    // Only a live 1.1 registration takes the process's requests with it.
+    if (process.activity11 != nullptr) process.open.clear();
+    process.activity10 = process.activity11 = nullptr;
+    process.environment10 = process.environment11 = nullptr;
+    process.dead.clear();
+    ++figures.deaths;
+}
+
+void LoadTest::binderThread(unsigned seed) {
+    std::mt19937 rng(seed);
+    for (int i = 0; i < kOpsPerThread && std::chrono::steady_clock::now() < deadline; ++i) {
+        const int p = rng() % kProcesses;
+        ScopedCallingIdentity as(kFirstPid + p);
+        const int op = rng() % 40;
+        ++figures.operations;
+        if (op < 12) {
+            std::unique_lock<std::shared_mutex> model(gModel);
+            enable(p, rng() % kPairs, rng);
+        } else if (op < 20) {
+            std::unique_lock<std::shared_mutex> model(gModel);
+            disable(p, rng() % kPairs);
+        } else if (op < 28) {
+            std::unique_lock<std::shared_mutex> model(gModel);
+            registerCallback(p, static_cast<Role>(rng() % 4), rng);
+        } else if (op < 31) {
+            std::shared_lock<std::shared_mutex> model(gModel);
+            activity->getCurrentActivity([](const auto&) {});
+            activity->getCurrentActivityV1_1([](const auto&) {});
+            activity->getSupportedActivitiesList([](const auto&) {});
+        } else if (op < 36) {
+            ar::V1_0::OtherParams params;
+            params.extra = "env";
+            environment->enableEnvironment(rng() % 4, 1, 1000000000, params);
+            environment->getCurrentEnvironmentV1_1([](const auto&) {});
+            environment->disableEnvironment(rng() % 4, 1);
+        } else if (op < 39) {
+            activity->flush();
+        } else {
+            std::unique_lock<std::shared_mutex> model(gModel);
+            kill(p);
+        }
+    }
+}
+
+// Under the shared model lock: the registrations and requests the batch meets are fixed.
+void LoadTest::expectPlain(const std::vector<activity_event>& events) {
+    std::lock_guard<std::mutex> guard(expectLock);
+    for (const activity_event& e : events) {
+        if (e.event_type == 0) continue;
+        for (const Process& process : processes) {
+            if (process.activity11 == nullptr) continue;
+            for (int pair : process.open) {
+                if (pairActivity(pair) == e.activity && pairType(pair) == e.event_type) {
+                    expectedPlain[process.activity11.get()].push_back(e.timestamp);
+                }
+            }
+        }
+    }
+}
+
+void LoadTest::expectWhole(int64_t id, bool environmentSide) {
+    std::lock_guard<std::mutex> guard(expectLock);
+    for (const Process& process : processes) {
+        for (const sp<Callback>& callback :
+             environmentSide
+                     ? std::vector<sp<Callback>>{process.environment10, process.environment11}
+                     : std::vector<sp<Callback>>{process.activity10, process.activity11}) {
+            if (callback != nullptr) expectedBatches[callback.get()].push_back(id);
+        }
+    }
+}
+
+std::vector<activity_event> makeEvents(std::mt19937& rng, std::atomic<int64_t>& timestamps,
+                                       int count) {
+    std::vector<activity_event> events(count);
+    for (activity_event& e : events) {
+        const int pair = rng() % kPairs;
+        e = {.event_type = rng() % 10 == 0 ? 0u : pairType(pair),
+             .activity = pairActivity(pair),
+             .timestamp = timestamps++,
+             .confidence = static_cast<int32_t>(rng() % 100)};
+    }
+    return events;
+}
+
+void LoadTest::legacyThread(unsigned seed) {
+    std::mt19937 rng(seed);
+    for (int i = 0; i < kBatches && std::chrono::steady_clock::now() < deadline; ++i) {
+        std::shared_lock<std::shared_mutex> model(gModel);
+        switch (rng() % 5) {
+            case 0:
+            case 1: {
+                auto events = makeEvents(rng, nextTimestamp, 1 + rng() % 24);
+                expectPlain(events);
+                simulated_legacy::reportActivities(events.data(), events.size());
+                ++figures.plainBatches;
+                break;
+            }
+            case 2: {
+                std::vector<ar_context_event> events(1 + rng() % 8);
+                for (auto& e : events) e.timestamp = nextTimestamp++;
+                expectWhole(events[0].timestamp, false);
+                simulated_legacy::reportExtendedActivities(events.data(), events.size());
+                ++figures.extendedBatches;
+                break;
+            }
+            case 3: {
+                std::vector<ar_context_event> events(1 + rng() % 8);
+                for (auto& e : events) e.timestamp = nextTimestamp++;
+                expectWhole(events[0].timestamp, true);
+                simulated_legacy::reportEnvironments(events.data(), events.size());
+                ++figures.environmentBatches;
+                break;
+            }
+            default: {
+                // Malformed: no records, too many, or no array.
+                std::vector<activity_event> events(193);
+                const int kind = rng() % 3;
+                if (kind == 0) simulated_legacy::reportActivities(events.data(), 0);
+                if (kind == 1) simulated_legacy::reportActivities(events.data(), 193);
+                if (kind == 2) simulated_legacy::reportActivities(nullptr, 5);
+                ar_context_event extended{};
+                simulated_legacy::reportExtendedActivities(&extended, -1);
+                simulated_legacy::reportEnvironments(nullptr, 1);
+                ++figures.malformed;
+                break;
+            }
+        }
+    }
+}
+
+void LoadTest::libraryThread(unsigned seed) {
+    std::mt19937 rng(seed);
+    for (int i = 0; i < kBatches && std::chrono::steady_clock::now() < deadline; ++i) {
+        std::shared_lock<std::shared_mutex> model(gModel);
+        if (rng() % 6 == 0) {
+            simulated_zel::notify(0, 0, simulated_zel::pack({}));
+            ++figures.malformed;
+            continue;
+        }
+        auto events = makeEvents(rng, nextTimestamp, 1 + rng() % 24);
+        expectPlain(events);
+        simulated_zel::notify(1, events.size() * sizeof(activity_event),
+                              simulated_zel::pack(events));
+        ++figures.libraryBatches;
+    }
+}
+
+TEST_F(LoadTest, ManyProcessesEventsDeathsAndFaults) {
+    deadline = std::chrono::steady_clock::now() + kTimeLimit;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kBinderThreads; ++i) {
+        threads.emplace_back([this, i] { binderThread(100 + i); });
+    }
+    threads.emplace_back([this] { legacyThread(7); });
+    threads.emplace_back([this] { libraryThread(11); });
+    for (std::thread& thread : threads) thread.join();
+
+    // Every plain event that matched a live 1.1 client's open request reached it exactly once;
+    // every extended and environment batch reached every client registered throughout it.
+    size_t deliveries = 0;
+    for (const sp<Callback>& callback : everyCallback) {
+        std::lock_guard<std::mutex> guard(callback->lock);
+        deliveries += callback->plain.size() + callback->batches.size();
+        auto expected = expectedBatches[callback.get()];
+        EXPECT_EQ(expected, callback->batches);
+        if (expectedPlain.count(callback.get()) == 0) continue;
+        auto got = callback->plain;
+        std::sort(got.begin(), got.end());
+        auto want = expectedPlain[callback.get()];
+        std::sort(want.begin(), want.end());
+        EXPECT_EQ(want, got);
+    }
+
+    // Every process withdraws every request it may hold (dead 1.0-only processes included);
+    // then one more process switches every pair on and off again. Every pair ends off below.
+    for (int p = 0; p < kProcesses; ++p) {
+        ScopedCallingIdentity as(kFirstPid + p);
+        for (int pair = 0; pair < kPairs; ++pair) disable(p, pair);
+    }
+    {
+        ScopedCallingIdentity as(kSweepPid);
+        for (int pair = 0; pair < kPairs; ++pair) {
+            ASSERT_EQ(0, activity->enableActivityEvent(pairActivity(pair), pairType(pair), 1));
+            ASSERT_EQ(0, activity->disableActivityEvent(pairActivity(pair), pairType(pair)));
+        }
+    }
+    std::map<std::pair<int64_t, int64_t>, std::string> lastLegacy;
+    for (const auto& call : simulated_legacy::calls()) {
+        if (call.entry.find("_activity_event") != std::string::npos) {
+            lastLegacy[{call.args[0], call.args[1]}] = call.entry;
+        }
+    }
+    std::map<std::string, bool> libraryOn;  // "activity,type" -> on after the last command
+    for (const auto& command : simulated_zel::commands()) {
+        if (command.name == "ar-off") libraryOn[command.param] = false;
+        if (command.name != "ar-on") continue;
+        for (auto& [pair, on] : libraryOn) on = false;
+        size_t start = 0;
+        while (start < command.param.size()) {
+            size_t end = command.param.find(';', start);
+            std::string entry = command.param.substr(start, end - start);
+            size_t second = entry.find(',', entry.find(',') + 1);
+            libraryOn[entry.substr(0, second)] = true;
+            start = end + 1;
+        }
+    }
+    for (int pair = 0; pair < kPairs; ++pair) {
+        const uint32_t a = pairActivity(pair), t = pairType(pair);
+        if ((kLibraryMask >> a) & 1) {
+            EXPECT_FALSE(libraryOn[std::to_string(a) + "," + std::to_string(t)]) << a << "," << t;
+        } else {
+            EXPECT_EQ("disable_activity_event", (lastLegacy[{a, t}])) << a << "," << t;
+        }
+    }
+
+    printf("load: %d operations, %d plain + %d client-library + %d extended + %d environment "
+           "batches, %d malformed, %zu deliveries, %d deaths\n",
+           figures.operations.load(), figures.plainBatches.load(), figures.libraryBatches.load(),
+           figures.extendedBatches.load(), figures.environmentBatches.load(),
+           figures.malformed.load(), deliveries, figures.deaths.load());
+}
+
+}  // namespace
