@@ -25,17 +25,18 @@
 #include "Trace.h"
 #include "ZelLayer.h"
 
-namespace {
-
-using arharness::Event;
-using arharness::Format;
-
 // Never destroyed: the HAL may still log while the process exits, and like a service host the
-// harness never lets go of the service (held by the runner).
+// harness never lets go of the service (held by the runner). Outside the anonymous namespace, so
+// that they stay real globals, where the leak checker of the sanitized builds finds them.
 arharness::Trace* gTrace = nullptr;
 arharness::ModuleLayer* gModule = nullptr;
 arharness::ZelLayer* gZel = nullptr;
 arharness::Runner* gRunner = nullptr;
+
+namespace {
+
+using arharness::Event;
+using arharness::Format;
 
 char priorityLetter(int priority) {
     static const char kLetters[] = "??VDIWEFS";
@@ -123,27 +124,26 @@ int main(int argc, char** argv) {
     // The client library only records its calls: they are traced just ahead of the next event.
     gTrace->setBeforeEmit([] { gZel->flush(); });
     gRunner = new arharness::Runner(gTrace, gModule, gZel);
-    arharness::Runner* runner = gRunner;
 
     int errors = 0;
     std::string text;
     for (int line = 1; std::getline(*in, text); ++line) {
-        if (runner->runLine(name, line, text)) continue;
+        if (gRunner->runLine(name, line, text)) continue;
         ++errors;
-        fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, runner->error().c_str());
+        fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, gRunner->error().c_str());
         if (format == Format::kJsonl) {
             printf("{\"file\":%s,\"line\":%d,\"kind\":\"error\",\"text\":%s}\n",
                    arharness::jsonString(name).c_str(), line,
-                   arharness::jsonString(runner->error()).c_str());
+                   arharness::jsonString(gRunner->error()).c_str());
             fflush(stdout);
         }
         if (!interactive) break;
     }
     fflush(stdout);
     if (errors > 0) return 2;
-    if (runner->failures() > 0) {
-        fprintf(stderr, "%s: %d expectation%s failed\n", name.c_str(), runner->failures(),
-                runner->failures() == 1 ? "" : "s");
+    if (gRunner->failures() > 0) {
+        fprintf(stderr, "%s: %d expectation%s failed\n", name.c_str(), gRunner->failures(),
+                gRunner->failures() == 1 ? "" : "s");
         return 1;
     }
     return 0;

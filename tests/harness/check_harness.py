@@ -3,6 +3,7 @@
 for --format=jsonl, that every line of the trace is a JSON object with file, line and kind.
 
 usage: check_harness.py HARNESS CASE
+       check_harness.py HARNESS examples_jsonl FOLDER
 """
 import json
 import os
@@ -71,8 +72,55 @@ def check_jsonl(stdout):
     return None
 
 
+def check_examples(harness, folder):
+    """Every example scenario passes, and its JSON Lines trace has one valid object for each line
+    of its text trace."""
+    problems = []
+    for name in sorted(os.listdir(folder)):
+        if not name.endswith(".scenario"):
+            continue
+        path = os.path.join(folder, name)
+        runs = [subprocess.run([harness, form, path], capture_output=True, text=True, timeout=120)
+                for form in ("--format=text", "--format=jsonl")]
+        text, jsonl = runs
+        if text.returncode != 0 or jsonl.returncode != 0:
+            problems.append("%s: exit statuses %d and %d\n%s" % (name, text.returncode,
+                                                                 jsonl.returncode, jsonl.stderr))
+        problem = check_jsonl(jsonl.stdout)
+        if problem:
+            problems.append(name + ": " + problem)
+        if len(text.stdout.splitlines()) != len(jsonl.stdout.splitlines()):
+            problems.append("%s: %d text lines, %d JSON lines" % (
+                name, len(text.stdout.splitlines()), len(jsonl.stdout.splitlines())))
+    print("\n".join(problems))
+    return 1 if problems else 0
+
+
+def check_deterministic(harness):
+    """Runs of the default scenario print the same events for each scenario line; only their
+    order within a line may differ (the HAL walks its clients in address order)."""
+    def events_by_line():
+        run = subprocess.run([harness], capture_output=True, text=True, timeout=120)
+        lines = {}
+        for line in run.stdout.splitlines():
+            lines.setdefault(line.split()[0], []).append(line)
+        return {number: sorted(events) for number, events in lines.items()}
+    first = events_by_line()
+    for _ in range(2):
+        again = events_by_line()
+        if again != first:
+            differing = [n for n in first if first[n] != again.get(n)]
+            print("runs differ at scenario lines " + ", ".join(differing))
+            return 1
+    return 0
+
+
 def main():
     harness, name = sys.argv[1], sys.argv[2]
+    if name == "examples_jsonl":
+        return check_examples(harness, sys.argv[3])
+    if name == "deterministic":
+        return check_deterministic(harness)
     args, text, stdin, status, patterns, form = CASES[name]
     with tempfile.TemporaryDirectory() as folder:
         path = os.path.join(folder, name + ".scenario")
