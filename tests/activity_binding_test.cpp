@@ -6,45 +6,44 @@
 namespace {
 
 using namespace artest;
-using Lines = std::vector<std::string>;
 using simulated_zel::Entry;
-using ::vendor::quarn::hardware::activity_recognition::V1_1::implementation::ActivityInterface;
+using AI = ar::V1_1::implementation::ActivityInterface;
 
 constexpr int64_t kS = 1000000000;
 
-// Creates the interface itself, after the test has configured the lower layers.
+// The test configures the lower layers, then creates the interface.
 class ActivityBindingTest : public ZelActivityTest {
   protected:
     void SetUp() override {
         simulated_legacy::reset();
         simulated_zel::reset();
     }
-    void create(bool allowed) {
+    void create(bool allowed, uint32_t mask = 0x8) {
         ::android::base::SetProperty("ro.odm.config.zel_service_enable", allowed ? "true" : "false");
+        simulated_zel::setConfigMask(mask);
         service = fetchService();
         iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
         ASSERT_NE(nullptr, iface);
         simulated_legacy::clearCalls();
     }
-    // Which of these activities go to the client library.
-    std::vector<uint32_t> routed(const std::vector<uint32_t>& activities) {
+    // Which of activities 0, 1, 3, 6, 30 and 31 go to the client library.
+    std::vector<uint32_t> routed() {
         std::vector<uint32_t> out;
-        for (uint32_t a : activities) {
+        for (uint32_t a : {0, 1, 3, 6, 30, 31}) {
             enable(100, a, 1, kS);
-            if (!zelCommands().empty()) out.push_back(a);
+            if (below().at(0).rfind("ar-on", 0) == 0) out.push_back(a);
         }
         return out;
     }
 };
 
 TEST_F(ActivityBindingTest, PropertyFalseKeepsEverythingLegacy) {
-    simulated_zel::setConfigMask(0xffffffff);
-    create(false);
+    create(false, 0xffffffff);
     EXPECT_EQ((Lines{"4 Construct ActivityInterface",
                      "6 ActivityInterface: [ZEL]zel service not enable!"}),
               lines());
     EXPECT_TRUE(simulated_zel::calls().empty());
-    EXPECT_TRUE(routed({0, 3}).empty());
+    EXPECT_TRUE(routed().empty());
 }
 
 struct Binding {
@@ -54,71 +53,58 @@ struct Binding {
     Lines lines;  // after "Construct ActivityInterface"
     std::vector<uint32_t> routed;
 };
-
 void PrintTo(const Binding& b, std::ostream* os) {
     *os << b.name;
 }
-
 class ActivityBindingAttemptTest : public ActivityBindingTest,
                                    public ::testing::WithParamInterface<Binding> {};
 
-const std::string kRetry = "4 ActivityInterface:[ZEL]retry count[";
-const std::string kBindFailed =
-        "6 ActivityInterface:[ZEL]g_zelSetCallback or g_zelArEnable failed\n";
-const std::string kReadFailed = "6 ActivityInterface:[ZEL]g_zelGetData failed\n";
-
+// Up to three attempts, each repeating every step; the first word read names the activities.
 TEST_P(ActivityBindingAttemptTest, MaskNamesTheRoutedActivities) {
     const Binding& b = GetParam();
-    simulated_zel::setConfig(b.config);
     for (const auto& [entry, results] : b.queued) simulated_zel::queueResults(entry, results);
-    create(true);
+    simulated_zel::setConfig(b.config);
+    ::android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
+    service = fetchService();
+    iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
     Lines expected = {"4 Construct ActivityInterface"};
     expected.insert(expected.end(), b.lines.begin(), b.lines.end());
     EXPECT_EQ(expected, lines());
-    EXPECT_EQ(b.routed, routed({0, 1, 6, 30, 31}));
+    below();
+    EXPECT_EQ(b.routed, routed());
 }
 
+const std::string kTry = "4 ActivityInterface:[ZEL]retry count[";
+const std::string kBindFailed =
+        "6 ActivityInterface:[ZEL]g_zelSetCallback or g_zelArEnable failed\n";
+const std::string kReadFailed = "6 ActivityInterface:[ZEL]g_zelGetData failed\n";
+const std::string kConfig = "4 ActivityInterface: [ZEL]AR config : 0x";
 INSTANTIATE_TEST_SUITE_P(
         Masks, ActivityBindingAttemptTest,
-        ::testing::Values(Binding{"Mask41",
-                                  {0x41},
-                                  {},
-                                  {kRetry + "0]\n", "4 ActivityInterface: [ZEL]AR config : 0x41"},
-                                  {0, 6}},
-                          Binding{"Mask80000000",
-                                  {static_cast<int32_t>(0x80000000)},
-                                  {},
-                                  {kRetry + "0]\n",
-                                   "4 ActivityInterface: [ZEL]AR config : 0x80000000"},
-                                  {31}},
-                          Binding{"EmptyConfig",
-                                  {},
-                                  {},
-                                  {kRetry + "0]\n", "4 ActivityInterface: [ZEL]AR config : 0x0"},
-                                  {}},
-                          Binding{"ThreeFailedReads",
-                                  {0x41},
-                                  {{Entry::kGetData, {-1, -1, -1}}},
-                                  {kRetry + "0]\n", kReadFailed, kRetry + "1]\n", kReadFailed,
-                                   kRetry + "2]\n", kReadFailed},
-                                  {}},
-                          Binding{"MotionThenCallbackFail",
-                                  {0x2},
-                                  {{Entry::kMotionEnable, {0}}, {Entry::kSetCallback, {-1}}},
-                                  {kRetry + "0]\n", kBindFailed, kRetry + "1]\n", kBindFailed,
-                                   kRetry + "2]\n", "4 ActivityInterface: [ZEL]AR config : 0x2"},
-                                  {1}}),
+        ::testing::Values(
+                Binding{"Mask41", {0x41}, {}, {kTry + "0]\n", kConfig + "41"}, {0, 6}},
+                Binding{"Mask80000000", {INT32_MIN}, {}, {kTry + "0]\n", kConfig + "80000000"}, {31}},
+                Binding{"EmptyConfig", {}, {}, {kTry + "0]\n", kConfig + "0"}, {}},
+                Binding{"ThreeFailedReads",
+                        {0x41},
+                        {{Entry::kGetData, {-1, -1, -1}}},
+                        {kTry + "0]\n", kReadFailed, kTry + "1]\n", kReadFailed, kTry + "2]\n",
+                         kReadFailed},
+                        {}},
+                Binding{"MotionThenCallbackFail",
+                        {0x2},
+                        {{Entry::kMotionEnable, {0}}, {Entry::kSetCallback, {-1}}},
+                        {kTry + "0]\n", kBindFailed, kTry + "1]\n", kBindFailed, kTry + "2]\n",
+                         kConfig + "2"},
+                        {1}}),
         [](const auto& info) { return std::string(info.param.name); });
 
-// Every step of an attempt is repeated by the next one; the notification function is registered
-// under the client name.
 TEST_F(ActivityBindingTest, AttemptsCallTheEntryPointsInOrder) {
     simulated_zel::queueResults(Entry::kSetCallback, {-1});
     create(true);
-    std::vector<std::string> seen;
-    for (const auto& call : simulated_zel::calls()) {
-        seen.push_back(call.client + call.name +
-                       (call.ints.empty() ? "" : std::to_string(call.ints[0])));
+    Lines seen;
+    for (const auto& c : simulated_zel::calls()) {
+        seen.push_back(c.client + c.name + (c.ints.empty() ? "" : std::to_string(c.ints[0])));
     }
     EXPECT_EQ((Lines{"30", "ar-client", "30", "ar-client", "ar_config0"}), seen);
     EXPECT_EQ("ar-client", simulated_zel::registeredClient());
@@ -126,79 +112,86 @@ TEST_F(ActivityBindingTest, AttemptsCallTheEntryPointsInOrder) {
 
 TEST_F(ActivityBindingTest, SecondInterfaceAborts) {
     create(false);
-    EXPECT_DEATH(new ActivityInterface(nullptr), "sInterfaceExists");
+    EXPECT_DEATH(new AI(nullptr), "sInterfaceExists");
 }
 
-// Requests, the supported set and the library's list outlive an interface destroyed before
-// anything registered; the next one starts with an empty native list and no library functions.
+// Requests, the routed set and the library's list outlive an interface destroyed before anything
+// registered; the next one starts with an empty native list and no library functions.
 TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
-    simulated_zel::setConfigMask(0x8);
     create(true);
-    ASSERT_EQ((std::vector<uint32_t>{3}), routed({3}));  // (3,1) for pid 100
-    enable(100, 1, 1, kS);
-    enable(200, 1, 1, kS);
+    run({{100, 'e', 3, 1, kS, 0, 0, {"ar-on 3,1,1000000000,0,;"}},
+         {100, 'e', 1, 1, kS, 0, 0, {"enable_activity_event(1,1,1000000000)"}},
+         {200, 'e', 1, 1, kS, 0, 0, {"enable_activity_event(1,1,1000000000)"}}});
     iface.clear();
     service.clear();
-    EXPECT_EQ(1, log.count(ANDROID_LOG_INFO, "AR_impl", "Deconstruct ActivityInterface"));
+    EXPECT_EQ(1, log.count(4, "AR_impl", "Deconstruct ActivityInterface"));
     create(false);
-    legacyCalls();
-
-    EXPECT_EQ(1, disable(200, 1, 1));  // another request remains, the native list is empty
-    EXPECT_EQ(0, enable(300, 2, 2, kS));
-    EXPECT_EQ(0, disable(100, 1, 1));  // erases (2,2), the first native entry, instead
-    EXPECT_EQ((Lines{"enable_activity_event(2,2,1000000000)", "disable_activity_event(1,1)"}),
-              legacyCalls());
-    EXPECT_EQ(0, enable(400, 2, 2, 5 * kS));
-    EXPECT_EQ(Lines{"enable_activity_event(2,2,5000000000)"}, legacyCalls());
-    EXPECT_EQ(0, enable(100, 3, 2, kS));  // still routed, but nothing to send it with
-    EXPECT_TRUE(legacyCalls().empty());
-    EXPECT_TRUE(simulated_zel::commands().empty());
+    run({{200, 'd', 1, 1, 0, 0, 1, {}},  // another request remains, the native list is empty
+         {300, 'e', 2, 2, kS, 0, 0, {"enable_activity_event(2,2,1000000000)"}},
+         {100, 'd', 1, 1, 0, 0, 0, {"disable_activity_event(1,1)"}},  // erases (2,2) instead
+         {400, 'e', 2, 2, 5 * kS, 0, 0, {"enable_activity_event(2,2,5000000000)"}},
+         {100, 'e', 3, 2, kS, 0, 0, {}}});  // still routed, nothing to send it with
     EXPECT_EQ(2u, Peer::native(iface).size());
+}
+
+// Without a legacy table every path answers its failure.
+TEST_F(ActivityBindingTest, NoLegacyTable) {
+    sp<AI> bare = new AI(nullptr);
+    EXPECT_EQ(1, bare->flush());
+    EXPECT_EQ(1, bare->enableActivityEvent(1, 1, kS));
+    EXPECT_EQ(1, bare->enableActivityEventExtend(1, 1, kS, params(2)));
+    int answers = 0;
+    auto count = [&](const auto& v) { answers += v.size() == 0; };
+    bare->getSupportedActivitiesList(count);
+    bare->getCurrentActivity(count);
+    bare->getCurrentActivityV1_1(count);
+    EXPECT_EQ(3, answers);
+    const std::string missing = ": mImpl interface is not available";
+    for (const auto& [priority, line] : std::vector<std::pair<int, std::string>>{
+                 {6, "ActivityInterface" + missing},
+                 {6, "flush" + missing},
+                 {6, "UpdateEnableNative" + missing},
+                 {4, "EnableActivityEvent" + missing},
+                 {6, "getSupportedActivitiesList" + missing},
+                 {6, "getCurrentActivity: mImpl V1_0 interface is not available"},
+                 {6, "getCurrentActivityV1_1: mImpl V1_1 interface is not available"}}) {
+        EXPECT_EQ(1, log.count(priority, "AR_impl", line)) << line;
+    }
 }
 
 TEST_F(ActivityBindingTest, SupportedList) {
     create(false);
     std::vector<int> answered;
-    auto ask = [&] {
+    auto ask = [&](simulated_legacy::ListAnswer answer) {
+        simulated_legacy::setListAnswer(simulated_legacy::Side::kActivity, answer);
         iface->getSupportedActivitiesList([&](const auto& names) {
             answered.push_back(static_cast<int>(names.size()));
-            if (names.size() == 2) {
-                EXPECT_EQ(std::string("run"), std::string(names[1].c_str()));
-            }
+            EXPECT_STREQ(names.size() == 2 ? "run" : nullptr,
+                         names.size() == 2 ? names[1].c_str() : nullptr);
         });
     };
     simulated_legacy::ListAnswer answer;
     answer.names = {"walk", "run"};
-    simulated_legacy::setListAnswer(simulated_legacy::Side::kActivity, answer);
-    ask();
+    ask(answer);
     answer.count = 0;
-    simulated_legacy::setListAnswer(simulated_legacy::Side::kActivity, answer);
-    ask();
+    ask(answer);
     answer.count = 2;
     answer.nullList = true;
-    simulated_legacy::setListAnswer(simulated_legacy::Side::kActivity, answer);
-    ask();
+    ask(answer);
     EXPECT_EQ((std::vector<int>{2, 0, 0}), answered);
-    EXPECT_EQ(1,
-              log.count(ANDROID_LOG_ERROR, "AR_impl",
-                        "getSupportedActivitiesList: can not get support activity, list_size(0)"));
-    EXPECT_EQ(1,
-              log.count(ANDROID_LOG_ERROR, "AR_impl",
-                        "getSupportedActivitiesList: can not get support activity, list_size(2)"));
-}
-
-TEST_F(ActivityBindingTest, SupportedListAllocationFailureLeavesTheCallbackUncalled) {
-    SKIP_WITHOUT_FAILING_NEW();
-    create(false);
-    simulated_legacy::ListAnswer answer;
-    answer.names = {"walk"};
+    for (const char* size : {"0", "2"}) {
+        EXPECT_EQ(1, log.count(6, "AR_impl",
+                               std::string("getSupportedActivitiesList: can not get support "
+                                           "activity, list_size(") +
+                                       size + ")"));
+    }
+    if (!canFailNothrowNew()) return;
+    answer.nullList = false;
     simulated_legacy::setListAnswer(simulated_legacy::Side::kActivity, answer);
-    bool called = false;
     failNextNothrowNew();
-    iface->getSupportedActivitiesList([&](const auto&) { called = true; });
-    EXPECT_FALSE(called);
-    EXPECT_EQ(1, log.count(ANDROID_LOG_ERROR, "AR_impl",
-                           "getSupportedActivitiesList hidl string new failed"));
+    iface->getSupportedActivitiesList([&](const auto&) { answered.push_back(-1); });
+    EXPECT_EQ(3u, answered.size());  // not called
+    EXPECT_EQ(1, log.count(6, "AR_impl", "getSupportedActivitiesList hidl string new failed"));
 }
 
 ar_context_event state(uint32_t activity, int64_t timestamp) {
@@ -210,10 +203,9 @@ ar_context_event state(uint32_t activity, int64_t timestamp) {
     return e;
 }
 
-// The client library's records come first and win for their activities; a legacy answer outside
-// 1 to 5 records is refused whole.
+// The client library's records come first and win for their activities, and only once pairs are
+// on in it; a legacy answer outside 1 to 5 records is refused whole.
 TEST_F(ActivityBindingTest, CurrentActivityMergesBothSources) {
-    simulated_zel::setConfigMask(0x8);
     create(true);
     simulated_zel::setStatusRecords({state(3, 30)});
     setLegacyState({state(3, 1), state(4, 2)});
@@ -228,18 +220,20 @@ TEST_F(ActivityBindingTest, CurrentActivityMergesBothSources) {
         EXPECT_EQ(v10, v11);
         return v11;
     };
-    EXPECT_EQ((std::vector<int64_t>{1, 2}), timestamps());  // nothing on in the library: not asked
+    EXPECT_EQ((std::vector<int64_t>{1, 2}), timestamps());
     enable(100, 3, 1, kS);
     EXPECT_EQ((std::vector<int64_t>{30, 2}), timestamps());
-    EXPECT_EQ(1,
-              log.count(ANDROID_LOG_INFO, "AR_impl",
-                        "getCurrentActivityV1_1: [ZEL]AR_GET_STATE_REPORT_EVENT: [0] a: 3, e: 1, "
-                        "t: 30, c: 5\n"));
+    for (const char* caller : {"getCurrentActivity", "getCurrentActivityV1_1"}) {
+        EXPECT_EQ(1, log.count(4, "AR_impl",
+                               std::string(caller) +
+                                       ": [ZEL]AR_GET_STATE_REPORT_EVENT: [0] a: 3, e: 1, t: 30, "
+                                       "c: 5\n"));
+    }
     setLegacyState(std::vector<ar_context_event>(6, state(4, 2)));
     EXPECT_EQ((std::vector<int64_t>{30}), timestamps());
-    EXPECT_EQ(1, log.count(ANDROID_LOG_ERROR, "AR_impl",
+    EXPECT_EQ(1, log.count(6, "AR_impl",
                            "getCurrentActivity: mImpl V1_0 getCurrentActivity error size(6)"));
-    EXPECT_EQ(1, log.count(ANDROID_LOG_ERROR, "AR_impl",
+    EXPECT_EQ(1, log.count(6, "AR_impl",
                            "getCurrentActivityV1_1: mImpl V1_1 getCurrentActivity error size(6)"));
 }
 

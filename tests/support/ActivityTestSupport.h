@@ -13,70 +13,58 @@
 #include "Passthrough.h"
 #include "simulated_legacy_module.h"
 
-namespace vendor {
-namespace quarn {
-namespace hardware {
-namespace activity_recognition {
-namespace V1_1 {
-namespace implementation {
+namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation {
 
 // Reaches the interface's private state and helpers. Single-threaded use only: it takes no lock.
 struct ActivityInterfaceTestPeer {
-    static std::vector<EnableRequestData>& requests() { return ActivityInterface::mEventData; }
-    static std::vector<FirstReport>& firstReports() { return ActivityInterface::firstReport; }
-    static std::vector<EventResponseData>& lastEvents() {
-        return ActivityInterface::mLastActivityEvent;
+    using AI = ActivityInterface;
+    using Native = std::vector<EnableToNativeData>;
+    static std::vector<EnableRequestData>& requests() { return AI::mEventData; }
+    static std::vector<FirstReport>& firstReports() { return AI::firstReport; }
+    static std::vector<EventResponseData>& lastEvents() { return AI::mLastActivityEvent; }
+    static std::vector<uint64_t>& packageNames() { return AI::packageNames; }
+    static Native& native(const sp<V1_1::IActivityInterface>& iface) {
+        return static_cast<AI*>(iface.get())->mEnableToNativeData;
     }
-    static std::vector<uint64_t>& packageNames() { return ActivityInterface::packageNames; }
-    static std::vector<EnableToNativeData>& native(const sp<V1_1::IActivityInterface>& iface) {
-        return static_cast<ActivityInterface*>(iface.get())->mEnableToNativeData;
+    static void zelNotify(int32_t status, int32_t length, const std::vector<int32_t>& data) {
+        AI::ZelNotify(status, length, data);
     }
-    static void zelNotify(int32_t status, int32_t byteLength, const std::vector<int32_t>& data) {
-        ActivityInterface::ZelNotify(status, byteLength, data);
+    static int nativeIndex(uint32_t a, uint32_t e, const Native& l) {
+        return AI::FindEnableToNativeDataIndex(a, e, l);
     }
-    // Helpers of the native list and the request list.
-    static int nativeIndex(uint32_t a, uint32_t e, const std::vector<EnableToNativeData>& list) {
-        return ActivityInterface::FindEnableToNativeDataIndex(a, e, list);
+    static bool nativeAbsent(uint32_t a, uint32_t e, const Native& l) {
+        return AI::FindEnableToNativeDataExist(a, e, l);
     }
-    static bool nativeAbsent(uint32_t a, uint32_t e, const std::vector<EnableToNativeData>& list) {
-        return ActivityInterface::FindEnableToNativeDataExist(a, e, list);
+    static uint64_t nativePid(uint32_t a, uint32_t e, const Native& l) {
+        return AI::FindEnableToNativeData(a, e, l).pid;
     }
-    static EnableToNativeData findNative(uint32_t a, uint32_t e,
-                                         const std::vector<EnableToNativeData>& list) {
-        return ActivityInterface::FindEnableToNativeData(a, e, list);
+    static void removeNative(uint32_t a, uint32_t e, Native& l) {
+        AI::RemoveEnableToNativeData(a, e, l);
     }
-    static void removeNative(uint32_t a, uint32_t e, std::vector<EnableToNativeData>& list) {
-        ActivityInterface::RemoveEnableToNativeData(a, e, list);
+    static int64_t requestLatency(uint64_t pid, uint32_t a, uint32_t e) {
+        return AI::FindEnableRequestData(pid, a, e, AI::mEventData).reportLatencyNs;
     }
-    static EnableRequestData findRequest(uint64_t pid, uint32_t a, uint32_t e) {
-        return ActivityInterface::FindEnableRequestData(pid, a, e, mEventData());
+    static int requestIndex(uint64_t pid, uint32_t a, uint32_t e) {
+        return AI::FindEnableRequestDataIndex(pid, a, e, AI::mEventData);
     }
-    static int findRequestIndex(uint64_t pid, uint32_t a, uint32_t e) {
-        return ActivityInterface::FindEnableRequestDataIndex(pid, a, e, mEventData());
-    }
-    static bool validEventActivity(size_t index, uint32_t a, uint32_t e, bool& plain,
-                                   other_params& out) {
-        return ActivityInterface::ValidEventActivity(index, a, e, plain, out);
+    static bool validEventActivity(size_t i, uint32_t a, uint32_t e, bool& plain, other_params& o) {
+        return AI::ValidEventActivity(i, a, e, plain, o);
     }
     static int64_t minLatency(uint32_t a, uint32_t e) {
-        return ActivityInterface::MinReportLatencyNsFunc(a, e, mEventData());
+        return AI::MinReportLatencyNsFunc(a, e, AI::mEventData);
     }
-
-  private:
-    static std::vector<EnableRequestData>& mEventData() { return ActivityInterface::mEventData; }
 };
 
-}  // namespace implementation
-}  // namespace V1_1
-}  // namespace activity_recognition
-}  // namespace hardware
-}  // namespace quarn
-}  // namespace vendor
+}  // namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation
 
 namespace artest {
 
 namespace ar = ::vendor::quarn::hardware::activity_recognition;
 using Peer = ar::V1_1::implementation::ActivityInterfaceTestPeer;
+using ar::V1_1::implementation::EnableRequestData;
+using ar::V1_1::implementation::EnableToNativeData;
+using ar::V1_1::implementation::EventResponseData;
+using Lines = std::vector<std::string>;
 using ::android::sp;
 using ::android::wp;
 using ::android::hardware::hidl_death_recipient;
@@ -84,10 +72,6 @@ using ::android::hardware::hidl_vec;
 using ::android::hardware::Return;
 using ::android::hardware::Status;
 using ::android::hardware::host::ScopedCallingIdentity;
-using ar::V1_1::implementation::EnableRequestData;
-using ar::V1_1::implementation::EnableToNativeData;
-using ar::V1_1::implementation::EventResponseData;
-using ar::V1_1::implementation::FirstReport;
 
 enum class Link { kLinked, kRefused, kTransportError };
 
@@ -96,13 +80,6 @@ enum class Link { kLinked, kRefused, kTransportError };
 class Client : public ar::V1_1::IActivityChangedCallback {
   public:
     explicit Client(int pid, Link link = Link::kLinked) : pid(pid), mLink(link) {}
-
-    const int pid;
-    // Event deliveries answer a transport failure.
-    void setFailing(bool failing) {
-        std::lock_guard<std::mutex> guard(mLock);
-        mFailing = failing;
-    }
 
     Return<bool> linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie) override {
         std::lock_guard<std::mutex> guard(mLock);
@@ -119,12 +96,10 @@ class Client : public ar::V1_1::IActivityChangedCallback {
     }
     // Delivers this process's death through the recipient of the given link (default: the last).
     void die(int link = -1) {
-        std::pair<sp<hidl_death_recipient>, uint64_t> target;
-        {
-            std::lock_guard<std::mutex> guard(mLock);
-            target = links.at(link < 0 ? links.size() - 1 : link);
-        }
-        target.first->serviceDied(target.second, wp<::android::hidl::base::V1_0::IBase>(this));
+        std::unique_lock<std::mutex> guard(mLock);
+        auto [recipient, cookie] = links.at(link < 0 ? links.size() - 1 : link);
+        guard.unlock();
+        recipient->serviceDied(cookie, wp<::android::hidl::base::V1_0::IBase>(this));
     }
 
     Return<void> onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& e) override {
@@ -142,7 +117,9 @@ class Client : public ar::V1_1::IActivityChangedCallback {
         return record(&ext11, e);
     }
 
-    // Received batches per method, and the death links; read them once the calls are over.
+    const int pid;
+    bool failing = false;  // event deliveries answer a transport failure; set before delivering
+    // Received batches per method and the death links; read them once the calls are over.
     std::vector<std::vector<ar::V1_0::ActivityEvent>> v10;
     std::vector<std::vector<ar::V1_0::ActivityEventExtend>> ext10;
     std::vector<std::vector<ar::V1_1::ActivityEventV1_1>> v11;
@@ -155,27 +132,31 @@ class Client : public ar::V1_1::IActivityChangedCallback {
     Return<void> record(std::vector<std::vector<T>>* into, const hidl_vec<T>& events) {
         std::lock_guard<std::mutex> guard(mLock);
         into->emplace_back(events.begin(), events.end());
-        if (mFailing) return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "gone");
+        if (failing) return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "gone");
         return ::android::hardware::Void();
     }
 
     std::mutex mLock;
     Link mLink;
-    bool mFailing = false;
 };
 
 inline activity_event event(uint32_t type, uint32_t activity, int64_t timestamp,
                             int32_t confidence = 0) {
-    return activity_event{.event_type = type,
-                          .activity = activity,
-                          .timestamp = timestamp,
-                          .confidence = confidence};
+    return {.event_type = type,
+            .activity = activity,
+            .timestamp = timestamp,
+            .confidence = confidence};
 }
 
 // A legacy batch delivered on a thread acting as process `pid`.
 inline void report(int pid, std::vector<activity_event> events) {
     ScopedCallingIdentity guard(pid);
     simulated_legacy::reportActivities(events.data(), static_cast<int>(events.size()));
+}
+
+// A plain request placed directly in the request list.
+inline void addRequest(uint64_t pid, uint32_t activity, uint32_t eventType) {
+    Peer::requests().push_back({pid, activity, eventType, 1000000000, {}});
 }
 
 // Loads the HAL and creates the activity interface; each test runs in a process of its own.
@@ -190,19 +171,21 @@ class ActivityTest : public ::testing::Test {
         log.clear();
     }
 
-    sp<Client> registerV1_0(int pid, Link link = Link::kLinked) {
+    // Registers `client` at version 1.0 or 1.1 as its own process.
+    void reg(int version, const sp<Client>& client) {
+        ScopedCallingIdentity guard(client->pid);
+        if (version == 0) {
+            iface->registerActivityCallback(client);
+        } else {
+            iface->registerActivityCallbackV1_1(client);
+        }
+    }
+    sp<Client> add(int version, int pid, Link link = Link::kLinked) {
         sp<Client> client = new Client(pid, link);
-        ScopedCallingIdentity guard(pid);
-        iface->registerActivityCallback(client);
+        reg(version, client);
         return client;
     }
-    sp<Client> registerV1_1(int pid, Link link = Link::kLinked) {
-        sp<Client> client = new Client(pid, link);
-        ScopedCallingIdentity guard(pid);
-        iface->registerActivityCallbackV1_1(client);
-        return client;
-    }
-    std::vector<std::string> lines() const { return log.withTag("AR_impl"); }
+    Lines lines() const { return log.withTag("AR_impl"); }
 
     LogCapture log;
     sp<IActivityRecognition> service;

@@ -1,6 +1,6 @@
 // Activity-interface tests with the simulated client library loaded: the library is linked for
-// its control API, the property that allows it is set before the interface is created, and the
-// requests and what reached each lower layer are spelled as short texts.
+// its control API, the property that allows it is set before the interface is created, and what
+// reached each lower layer is spelled as short texts.
 #pragma once
 
 #include <android-base/properties.h>
@@ -29,25 +29,19 @@ inline void setLegacyState(std::vector<ar_context_event> records) {
     simulated_legacy::setStateAnswer(simulated_legacy::Side::kActivity, answer);
 }
 
-// Calls of the legacy module other than its queries, as "entry(arg,arg,...)".
-inline std::vector<std::string> legacyCalls() {
-    std::vector<std::string> out;
+// What reached the lower layers since the last call: the legacy module's entries other than its
+// queries, as "entry(args)" ("entry(args;first double)" with parameters), then the client
+// library's commands, as "name param" (its length argument checked) or "name first,second".
+inline Lines below() {
+    Lines out;
     for (const auto& call : simulated_legacy::calls()) {
         if (call.entry.rfind("get_", 0) == 0) continue;
         std::ostringstream text;
         text << call.entry << "(";
         for (size_t i = 0; i < call.args.size(); ++i) text << (i ? "," : "") << call.args[i];
-        text << ")";
-        out.push_back(text.str());
+        if (call.hasParams) text << ";" << call.params.params[0];
+        out.push_back(text.str() + ")");
     }
-    simulated_legacy::clearCalls();
-    return out;
-}
-
-// Commands the client library received, as "name param" (text commands, whose length argument
-// is checked against the text) or "name first,second".
-inline std::vector<std::string> zelCommands() {
-    std::vector<std::string> out;
     for (const auto& call : simulated_zel::commands()) {
         EXPECT_EQ("ar-client", call.client);
         if (call.entry == simulated_zel::Entry::kRunCommand) {
@@ -58,21 +52,20 @@ inline std::vector<std::string> zelCommands() {
                           std::to_string(call.ints[1]));
         }
     }
+    simulated_legacy::clearCalls();
     simulated_zel::clearCalls();
     return out;
 }
 
-// The interface is created with the client library allowed and answering `mask`.
+// The interface is created with the client library allowed; its mask routes activity 3.
 class ZelActivityTest : public ActivityTest {
   protected:
-    explicit ZelActivityTest(uint32_t mask = 0x8) : mMask(mask) {}
     void SetUp() override {
         ::android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
         simulated_zel::reset();
-        simulated_zel::setConfigMask(mMask);
+        simulated_zel::setConfigMask(0x8);
         ActivityTest::SetUp();
-        simulated_zel::clearCalls();
-        simulated_legacy::clearCalls();
+        below();
     }
 
     int32_t enable(int pid, uint32_t a, uint32_t e, int64_t latency) {
@@ -88,7 +81,29 @@ class ZelActivityTest : public ActivityTest {
         return iface->disableActivityEvent(a, e);
     }
 
-    uint32_t mMask;
+    // One call of a client process: 'e' enable, 'x' extended enable with parameters
+    // (first, 0, 0, 0), 'd' disable; its answer and what it sent below.
+    struct Step {
+        int pid;
+        char op;
+        uint32_t activity, eventType;
+        int64_t latency;
+        double first;
+        int32_t result;
+        Lines below;
+    };
+    void run(const std::vector<Step>& steps) {
+        for (size_t i = 0; i < steps.size(); ++i) {
+            const Step& s = steps[i];
+            SCOPED_TRACE("step " + std::to_string(i));
+            const int32_t result = s.op == 'e'   ? enable(s.pid, s.activity, s.eventType, s.latency)
+                                   : s.op == 'x' ? enableExtend(s.pid, s.activity, s.eventType,
+                                                                s.latency, params(s.first))
+                                                 : disable(s.pid, s.activity, s.eventType);
+            EXPECT_EQ(s.result, result);
+            EXPECT_EQ(s.below, below());
+        }
+    }
 };
 
 }  // namespace artest
