@@ -382,7 +382,9 @@ Return<void> ActivityInterface::registerActivityCallbackV1_1(
             mClientVectorV1_1.removeItemsAt(i);
             for (size_t j = 0; j < mDeathRecipientVectorV1_1.size(); ++j) {
                 if (mDeathRecipientVectorV1_1.valueAt(j) == pid) {
-                    mDeathRecipientVectorV1_1.removeItem(mDeathRecipientVectorV1_1.keyAt(j));
+                    const sp<RemoteListenerHidlDeathRecipient> old =
+                            mDeathRecipientVectorV1_1.keyAt(j);
+                    mDeathRecipientVectorV1_1.removeItem(old);
                     break;
                 }
             }
