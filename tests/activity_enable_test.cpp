@@ -148,7 +148,7 @@ TEST_F(ActivityEnableTest, ModemUpdateForActivity64) {
 }
 
 // The limit of a request that joins a routed pair: 0 when only the client library answers, no
-// entry when neither layer has a state.
+// entry when neither layer answers.
 TEST_F(ActivityEnableTest, FirstReportWhenOnlyTheClientLibraryAnswers) {
     enable(100, 3, 1, kS);
     enable(200, 3, 1, kS);
@@ -158,6 +158,14 @@ TEST_F(ActivityEnableTest, FirstReportWhenOnlyTheClientLibraryAnswers) {
     ASSERT_EQ(1u, Peer::firstReports().size());
     EXPECT_EQ(300u, Peer::firstReports()[0].pid);
     EXPECT_EQ(0, Peer::firstReports()[0].timestamp);
+    // A negative legacy count is an answer too, with no record to take a time from.
+    simulated_zel::setStatusRecords({});
+    simulated_legacy::StateAnswer negative;
+    negative.count = -1;
+    simulated_legacy::setStateAnswer(simulated_legacy::Side::kActivity, negative);
+    enable(400, 3, 1, kS);
+    ASSERT_EQ(2u, Peer::firstReports().size());
+    EXPECT_EQ(0, Peer::firstReports()[1].timestamp);
 }
 
 // The quirks of the list helpers.
