@@ -662,16 +662,18 @@ bool ActivityInterface::CheckRepeatedEvent(uint64_t pid, uint32_t activity, uint
 // Notifications of the client library: 24-byte activity records back to back in `data`.
 void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
                                   const std::vector<int32_t>& data) {
-    int count = byteLength / kZelRecordBytes;
+    const int count = byteLength / kZelRecordBytes;
     if (count > kMaxBatch || byteLength < 1 || data.data() == nullptr) {
         ALOGE("(%s:%d) [ZEL]Invalid ZelNotify. Count: %d", "ZelNotify", 151, count);
         return;
     }
-    // Records past the end of the storage are never read, whatever the byte length says.
+    // Records past the end of the storage are never read, whatever the byte length says; the
+    // count logged is still the one the byte length gives.
     const size_t storedRecords = data.size() * sizeof(int32_t) / kZelRecordBytes;
-    if (static_cast<size_t>(count) > storedRecords) count = static_cast<int>(storedRecords);
-    std::vector<activity_event> events(count);
-    for (int i = 0; i < count; ++i) {
+    const int readable =
+            static_cast<size_t>(count) > storedRecords ? static_cast<int>(storedRecords) : count;
+    std::vector<activity_event> events(readable);
+    for (int i = 0; i < readable; ++i) {
         memcpy(&events[i], reinterpret_cast<const uint8_t*>(data.data()) + i * kZelRecordBytes,
                kZelRecordBytes);
         ALOGI("%s: [ZEL]AR_REPORT_EVENT: [%d] e: %d, a:%d, t:%ld, c:%d, arStatus: %d", "ZelNotify",
@@ -682,7 +684,7 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
     CallingPid(&pid);
     ::android::Mutex::Autolock lock(mListMutex);
     std::vector<EventResponseData> batch;
-    PackageNamePush(events.data(), count, pid, batch);
+    PackageNamePush(events.data(), readable, pid, batch);
     ALOGI("%s: [ZEL]PackageNamePush, events size:%d, eventDataFit size:%ld", "ZelNotify", count,
           static_cast<long>(batch.size()));
     ActivitiesReport(batch);
