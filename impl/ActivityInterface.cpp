@@ -9,8 +9,11 @@
 #include <math.h>
 #include <string.h>
 
+#include <algorithm>
 #include <new>
 #include <set>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace vendor {
 namespace quarn {
@@ -56,6 +59,119 @@ ZelGetDataFunc g_zelGetData = nullptr;
 ZelMotionEnableFunc g_zelArEnable = nullptr;
 
 constexpr char kZelClient[] = "ar-client";
+}  // namespace
+
+namespace {
+// Lookups into the two lists that the intake of one batch appends to: the last event per (pid,
+// activity) and the pids that were sent events. While a batch is taken in nothing else changes
+// them but a disable, which erases last events without a lock: a position found in the index is
+// checked before it is used. Entries the batch appends are added as it goes. Short lists and
+// small batches are searched directly.
+class IntakeIndex {
+  public:
+    IntakeIndex(std::vector<EventResponseData>& last, std::vector<uint64_t>& pids)
+        : mLast(last), mPids(pids) {}
+
+    // The first entry of (pid, activity), or null.
+    EventResponseData* FindLast(uint64_t pid, uint32_t activity) {
+        if (!mLastIndexed && !WorthIndexing(mLastSearched, mLast.size())) {
+            for (EventResponseData& entry : mLast) {
+                ++mLastSearched;
+                if (entry.pid == pid && entry.activity == activity) return &entry;
+            }
+            return nullptr;
+        }
+        if (!mLastIndexed) {
+            for (size_t i = 0; i < mLast.size(); ++i) {
+                mLastPositions.emplace(Key{mLast[i].pid, mLast[i].activity}, i);
+            }
+            mLastIndexed = true;
+        }
+        auto found = mLastPositions.find(Key{pid, activity});
+        if (found == mLastPositions.end()) return nullptr;
+        // A disable erases last events without any lock; should one have moved the entry, the
+        // index is built again.
+        if (found->second >= mLast.size() || mLast[found->second].pid != pid ||
+            mLast[found->second].activity != activity) {
+            mLastIndexed = false;
+            mLastPositions.clear();
+            mLastSearched = 0;
+            for (EventResponseData& entry : mLast) {
+                if (entry.pid == pid && entry.activity == activity) return &entry;
+            }
+            return nullptr;
+        }
+        return &mLast[found->second];
+    }
+
+    void AppendLast(const EventResponseData& entry) {
+        mLast.push_back(entry);
+        if (mLastIndexed) mLastPositions.emplace(Key{entry.pid, entry.activity}, mLast.size() - 1);
+    }
+
+    // Appends the pid unless it is there already.
+    void AddPid(uint64_t pid) {
+        if (!mPidsIndexed && !WorthIndexing(mPidsSearched, mPids.size())) {
+            for (uint64_t known : mPids) {
+                ++mPidsSearched;
+                if (known == pid) return;
+            }
+        } else {
+            if (!mPidsIndexed) {
+                mKnownPids.insert(mPids.begin(), mPids.end());
+                mPidsIndexed = true;
+            }
+            if (mKnownPids.count(pid) != 0) return;
+            mKnownPids.insert(pid);
+        }
+        mPids.push_back(pid);
+    }
+
+  private:
+    // A list is indexed once the entries searched in it during this batch outnumber it a few
+    // times over: small batches and short lists are searched directly.
+    static bool WorthIndexing(size_t searched, size_t size) {
+        return size >= kDirectSearch && searched > 4 * size;
+    }
+    static constexpr size_t kDirectSearch = 16;
+    struct Key {
+        uint64_t pid;
+        uint32_t activity;
+        bool operator==(const Key& other) const {
+            return pid == other.pid && activity == other.activity;
+        }
+    };
+    struct KeyHash {
+        size_t operator()(const Key& key) const {
+            return std::hash<uint64_t>()(key.pid * 0x9e3779b97f4a7c15ULL ^ key.activity);
+        }
+    };
+
+    std::vector<EventResponseData>& mLast;
+    std::vector<uint64_t>& mPids;
+    bool mLastIndexed = false;
+    bool mPidsIndexed = false;
+    size_t mLastSearched = 0;
+    size_t mPidsSearched = 0;
+    std::unordered_map<Key, size_t, KeyHash> mLastPositions;
+    std::unordered_set<uint64_t> mKnownPids;
+};
+
+// Up to this many searched entries (batch entries times pids), the fan-out finds a pid's position
+// in packageNames by searching it; beyond, it indexes packageNames first.
+constexpr size_t kDirectPidSearch = 1024;
+
+// The index of the batch being taken in on this thread, if any.
+thread_local IntakeIndex* tIntakeIndex = nullptr;
+
+activity_event ToActivityEvent(const EventResponseData& entry) {
+    activity_event event{};
+    event.event_type = entry.eventType;
+    event.activity = entry.activity;
+    event.timestamp = entry.timestamp;
+    event.confidence = entry.confidence;
+    return event;
+}
 }  // namespace
 
 namespace {
@@ -479,6 +595,8 @@ void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
 // One batch entry per (event, matching request), in event order.
 void ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid,
                                         std::vector<EventResponseData>& batch) {
+    IntakeIndex index(mLastActivityEvent, packageNames);
+    tIntakeIndex = &index;
     for (int i = 0; i < count; ++i) {
         const activity_event& event = events[i];
         if (event.event_type == 0) continue;
@@ -489,6 +607,7 @@ void ActivityInterface::PackageNamePush(const activity_event* events, int count,
             }
         }
     }
+    tIntakeIndex = nullptr;
 }
 
 // Runs under mListMutex and eventMutex. The first-report limit is looked up under the pid that
@@ -500,8 +619,19 @@ void ActivityInterface::OneDataPush(int activity, activity_event event, int pid,
             GetLastTime(PidKey(pid), static_cast<uint32_t>(activity), event.event_type);
     if (event.timestamp < limit) return;
 
-    CheckRepeatedEvent(request.pid, request.activity, event.event_type,
-                       static_cast<uint64_t>(event.timestamp), mLastActivityEvent);
+    IntakeIndex direct(mLastActivityEvent, packageNames);
+    IntakeIndex& index = tIntakeIndex != nullptr ? *tIntakeIndex : direct;
+    EventResponseData* last = index.FindLast(request.pid, request.activity);
+    if (last != nullptr) {
+        last->eventType = event.event_type;
+    } else {
+        EventResponseData entry{};
+        entry.pid = request.pid;
+        entry.activity = request.activity;
+        entry.eventType = event.event_type;
+        entry.timestamp = event.timestamp;
+        index.AppendLast(entry);
+    }
 
     EventResponseData response{};
     response.pid = request.pid;
@@ -511,10 +641,7 @@ void ActivityInterface::OneDataPush(int activity, activity_event event, int pid,
     response.confidence = event.confidence;
     batch.push_back(response);
 
-    for (uint64_t known : packageNames) {
-        if (known == request.pid) return;
-    }
-    packageNames.push_back(request.pid);
+    index.AddPid(request.pid);
 }
 
 // Runs under mListMutex. For each pid that was ever sent an event: its 1.1 clients get its events
@@ -522,36 +649,38 @@ void ActivityInterface::OneDataPush(int activity, activity_event event, int pid,
 void ActivityInterface::ActivitiesReport(const std::vector<EventResponseData>& batch) {
     if (packageNames.empty()) return;
     const size_t pidCount = packageNames.size();
+    // The batch's events by the position of their pid in packageNames, in batch order, sorted
+    // out in one pass; a long packageNames is indexed first.
+    std::unordered_map<uint64_t, size_t> positions;
+    const bool indexed = batch.size() * pidCount > kDirectPidSearch;
+    if (indexed) {
+        positions.reserve(pidCount);
+        for (size_t i = 0; i < pidCount; ++i) positions.emplace(packageNames[i], i);
+    }
+    auto positionOf = [&](uint64_t pid) -> size_t {
+        if (indexed) {
+            auto found = positions.find(pid);
+            return found == positions.end() ? pidCount : found->second;
+        }
+        return std::find(packageNames.begin(), packageNames.end(), pid) - packageNames.begin();
+    };
+    std::vector<std::vector<V1_1::ActivityEventV1_1>> eventsByPid(pidCount);
+    for (const EventResponseData& entry : batch) {
+        const uint64_t pid = entry.pid;  // the record is packed: read the field by value
+        const size_t position = positionOf(pid);
+        if (position == pidCount) continue;
+        eventsByPid[position].push_back(convertAEToAEV1_1(ToActivityEvent(entry)));
+    }
     for (size_t i = 0; i < pidCount; ++i) {
         const uint64_t pid = packageNames[i];
-        std::vector<OxActivityRecognitionExtEvent> events;
-        for (const EventResponseData& entry : batch) {
-            if (entry.pid != pid) continue;
-            OxActivityRecognitionExtEvent event{};
-            event.activity = entry.activity;
-            event.eventType = entry.eventType;
-            event.timestamp = entry.timestamp;
-            event.confidence = entry.confidence;
-            events.push_back(event);
-        }
-        std::vector<V1_1::ActivityEventV1_1> eventsV1_1;
-        std::vector<V1_0::ActivityEvent> eventsV1_0;
-        for (const OxActivityRecognitionExtEvent& event : events) {
-            activity_event record{};
-            record.event_type = event.eventType;
-            record.activity = event.activity;
-            record.timestamp = event.timestamp;
-            record.confidence = event.confidence;
-            eventsV1_1.push_back(convertAEToAEV1_1(record));
-            eventsV1_0.push_back(convertAEToAEV1_0(record));
-        }
+        const std::vector<V1_1::ActivityEventV1_1>& eventsV1_1 = eventsByPid[i];
         if (!eventsV1_1.empty() && !mClientVectorV1_1.isEmpty()) {
-            const hidl_vec<V1_1::ActivityEventV1_1> list(eventsV1_1);
             for (size_t j = 0; j < mClientVectorV1_1.size(); ++j) {
                 if (mClientVectorV1_1.valueAt(j) != pid) continue;
                 const sp<V1_1::IActivityChangedCallback>& callback = mClientVectorV1_1.keyAt(j);
                 if (callback == nullptr) continue;
-                Return<void> ret = callback->onActivityChangedV1_1(list);
+                Return<void> ret = callback->onActivityChangedV1_1(
+                        hidl_vec<V1_1::ActivityEventV1_1>(eventsV1_1));
                 if (!ret.isOk()) {
                     // Names the map entry at the pid's position in packageNames; past the end of
                     // the map, the client that failed.
@@ -562,20 +691,31 @@ void ActivityInterface::ActivitiesReport(const std::vector<EventResponseData>& b
                 ALOGI("able to onActivityChangedV1_1");
             }
         }
+        // The 1.0 list is only built when there is a 1.0 client to hand it to.
+        std::vector<V1_0::ActivityEvent> eventsV1_0;
+        if (!mClientVectorV1_0.isEmpty()) {
+            eventsV1_0.reserve(eventsV1_1.size());
+            for (const V1_1::ActivityEventV1_1& event : eventsV1_1) {
+                V1_0::ActivityEvent shortForm;
+                shortForm.eventType = event.eventType;
+                shortForm.activity = event.activity;
+                shortForm.timestamp = event.timestamp;
+                eventsV1_0.push_back(shortForm);
+            }
+        }
         ActChangedCbV1_0(eventsV1_0);
     }
 }
 
 void ActivityInterface::ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>& events) {
     if (mClientVectorV1_0.isEmpty()) return;
-    const hidl_vec<V1_0::ActivityEvent> list(events);
     for (size_t i = 0; i < mClientVectorV1_0.size(); ++i) {
         const sp<V1_0::IActivityChangedCallback>& callback = mClientVectorV1_0.keyAt(i);
         if (callback == nullptr) {
             ALOGE("actChangedCb V1_0 callback is nullptr, PID[%lu]", mClientVectorV1_0.valueAt(i));
             continue;
         }
-        Return<void> ret = callback->onActivityChangedV1_0(list);
+        Return<void> ret = callback->onActivityChangedV1_0(hidl_vec<V1_0::ActivityEvent>(events));
         if (!ret.isOk()) {
             ALOGE("%s: Unable to invoke onActivityChangedV1_0 PID[%lu]", "ActChangedCbV1_0",
                   mClientVectorV1_0.valueAt(i));
@@ -596,7 +736,6 @@ void ActivityInterface::ActExtendChangedCb(const ar_context_event* events, int c
         eventsV1_0.push_back(convertACEToAEEV1_0(events[i]));
     }
     ::android::Mutex::Autolock lock(mListMutex);
-    const hidl_vec<V1_1::ActivityEventExtendV1_1> list(eventsV1_1);
     for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
         const sp<V1_1::IActivityChangedCallback>& callback = mClientVectorV1_1.keyAt(i);
         if (callback == nullptr) {
@@ -604,7 +743,8 @@ void ActivityInterface::ActExtendChangedCb(const ar_context_event* events, int c
                   mClientVectorV1_1.valueAt(i));
             continue;
         }
-        Return<void> ret = callback->onActivityExtendChangedV1_1(list);
+        Return<void> ret = callback->onActivityExtendChangedV1_1(
+                hidl_vec<V1_1::ActivityEventExtendV1_1>(eventsV1_1));
         if (!ret.isOk()) {
             ALOGE("%s: Unable to invoke onActivityExtendChangedV1_1, PID[%lu]",
                   "ActExtendChangedCb", mClientVectorV1_1.valueAt(i));
@@ -615,7 +755,6 @@ void ActivityInterface::ActExtendChangedCb(const ar_context_event* events, int c
 
 void ActivityInterface::ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityEventExtend>& events) {
     if (mClientVectorV1_0.isEmpty()) return;
-    const hidl_vec<V1_0::ActivityEventExtend> list(events);
     for (size_t i = 0; i < mClientVectorV1_0.size(); ++i) {
         const sp<V1_0::IActivityChangedCallback>& callback = mClientVectorV1_0.keyAt(i);
         if (callback == nullptr) {
@@ -623,7 +762,8 @@ void ActivityInterface::ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityE
                   mClientVectorV1_0.valueAt(i));
             continue;
         }
-        Return<void> ret = callback->onActivityExtendChangedV1_0(list);
+        Return<void> ret =
+                callback->onActivityExtendChangedV1_0(hidl_vec<V1_0::ActivityEventExtend>(events));
         if (!ret.isOk()) {
             ALOGE("%s: Unable to invoke onActivityExtendChangedV1_0 PID[%lu]",
                   "ActExtendChangedCbV1_0", mClientVectorV1_0.valueAt(i));

@@ -81,6 +81,39 @@ TEST_F(ActivityEventsTest, Matching) {
               Lines(logged.begin(), logged.begin() + 6));
 }
 
+// A full batch for many processes: lists long enough to be searched through an index give the
+// same deliveries, last events and first-seen pids as short ones.
+TEST_F(ActivityEventsTest, FullBatchForManyProcesses) {
+    constexpr int kPids = 24;
+    std::vector<sp<Client>> clients;
+    for (int p = 0; p < kPids; ++p) {
+        clients.push_back(add(1, 500 + p));
+        for (uint32_t a = 0; a < 4; ++a) addRequest(500 + (kPids - 1 - p), a, 1 + a % 2);
+    }
+    std::vector<activity_event> batch;
+    for (int i = 0; i < 192; ++i) batch.push_back(event(1 + i % 2, i % 4, 10 + i));
+    report(7, batch);
+    report(7, {event(2, 1, 5000), event(1, 0, 6000)});
+    std::vector<int64_t> wanted;
+    for (int i = 0; i < 192; ++i) wanted.push_back(10 + i);
+    for (const auto& client : clients) {
+        ASSERT_EQ(2u, client->v11.size());
+        std::vector<int64_t> got;
+        for (const auto& e : client->v11[0]) got.push_back(e.timestamp);
+        EXPECT_EQ(wanted, got);
+        EXPECT_EQ(2u, client->v11[1].size());
+    }
+    // Pids in the order their requests matched; one last event per (pid, activity) with the
+    // newest type and the first timestamp.
+    ASSERT_EQ(static_cast<size_t>(kPids), Peer::packageNames().size());
+    EXPECT_EQ(500u + kPids - 1, Peer::packageNames()[0]);
+    ASSERT_EQ(static_cast<size_t>(kPids * 4), Peer::lastEvents().size());
+    for (const EventResponseData& last : Peer::lastEvents()) {
+        EXPECT_EQ(1u + last.activity % 2, uint32_t{last.eventType});
+        EXPECT_EQ(10 + int64_t{last.activity}, int64_t{last.timestamp});
+    }
+}
+
 // A 1.0 client gets one call per pid ever served, in first-served order, mostly empty; the list
 // of pids never shrinks.
 TEST_F(ActivityEventsTest, V1_0ClientsGetEveryPidsEvents) {
