@@ -37,6 +37,7 @@ const activity_callbacks ActivityInterface::sActCb = {
 // Process-wide state, constructed in this order. The client-library state (g_*) is written by
 // the constructor and destructor only and read without a lock.
 namespace {
+// NOLINTNEXTLINE(readability-identifier-naming): the library binding's g_zel* names are kept.
 const std::string g_zelLibPath = ZEL_CLIENT_LIBRARY_PATH;
 }  // namespace
 ::android::Mutex ActivityInterface::mListMutex;
@@ -162,7 +163,7 @@ class IntakeIndex {
 constexpr size_t kDirectPidSearch = 1024;
 
 // The index of the batch being taken in on this thread, if any.
-thread_local IntakeIndex* tIntakeIndex = nullptr;
+thread_local IntakeIndex* g_intakeIndex = nullptr;
 
 activity_event ToActivityEvent(const EventResponseData& entry) {
     activity_event event{};
@@ -176,15 +177,15 @@ activity_event ToActivityEvent(const EventResponseData& entry) {
 
 namespace {
 // The text of a legacy `extra` field: up to its terminating NUL, never past its 32 bytes.
-::android::hardware::hidl_string extraText(const other_params& params) {
+::android::hardware::hidl_string ExtraText(const other_params& params) {
     return ::android::hardware::hidl_string(params.extra,
                                             strnlen(params.extra, sizeof(params.extra)));
 }
 
-V1_0::OtherParams convertOtherParams(const other_params& params) {
+V1_0::OtherParams ConvertOtherParams(const other_params& params) {
     V1_0::OtherParams out;
     for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
-    out.extra = extraText(params);
+    out.extra = ExtraText(params);
     return out;
 }
 
@@ -403,7 +404,7 @@ V1_0::ActivityEventExtend ActivityInterface::convertACEToAEEV1_0(ar_context_even
     out.activity = event.activity;
     out.timestamp = event.timestamp;
     out.status = event.status;
-    out.otherParams = convertOtherParams(event.params);
+    out.otherParams = ConvertOtherParams(event.params);
     return out;
 }
 
@@ -414,7 +415,7 @@ V1_1::ActivityEventExtendV1_1 ActivityInterface::convertACEToAEEV1_1(ar_context_
     out.timestamp = event.timestamp;
     out.confidence = event.confidence;
     out.status = event.status;
-    out.otherParams = convertOtherParams(event.params);
+    out.otherParams = ConvertOtherParams(event.params);
     return out;
 }
 
@@ -596,18 +597,18 @@ void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
 void ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid,
                                         std::vector<EventResponseData>& batch) {
     IntakeIndex index(mLastActivityEvent, packageNames);
-    tIntakeIndex = &index;
+    g_intakeIndex = &index;
     for (int i = 0; i < count; ++i) {
         const activity_event& event = events[i];
         if (event.event_type == 0) continue;
         ::android::Mutex::Autolock lock(eventMutex);
         for (const EnableRequestData& request : mEventData) {
             if (request.activity == event.activity && request.eventType == event.event_type) {
-                OneDataPush(event.activity, event, pid, request, batch);
+                OneDataPush(static_cast<int>(event.activity), event, pid, request, batch);
             }
         }
     }
-    tIntakeIndex = nullptr;
+    g_intakeIndex = nullptr;
 }
 
 // Runs under mListMutex and eventMutex. The first-report limit is looked up under the pid that
@@ -620,7 +621,7 @@ void ActivityInterface::OneDataPush(int activity, activity_event event, int pid,
     if (event.timestamp < limit) return;
 
     IntakeIndex direct(mLastActivityEvent, packageNames);
-    IntakeIndex& index = tIntakeIndex != nullptr ? *tIntakeIndex : direct;
+    IntakeIndex& index = g_intakeIndex != nullptr ? *g_intakeIndex : direct;
     EventResponseData* last = index.FindLast(request.pid, request.activity);
     if (last != nullptr) {
         last->eventType = event.event_type;
@@ -814,7 +815,9 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
             static_cast<size_t>(count) > storedRecords ? static_cast<int>(storedRecords) : count;
     std::vector<activity_event> events(readable);
     for (int i = 0; i < readable; ++i) {
-        memcpy(&events[i], reinterpret_cast<const uint8_t*>(data.data()) + i * kZelRecordBytes,
+        memcpy(&events[i],
+               reinterpret_cast<const uint8_t*>(data.data()) +
+                       static_cast<size_t>(i) * kZelRecordBytes,
                kZelRecordBytes);
         ALOGI("%s: [ZEL]AR_REPORT_EVENT: [%d] e: %d, a:%d, t:%ld, c:%d, arStatus: %d", "ZelNotify",
               i, events[i].event_type, events[i].activity, events[i].timestamp,

@@ -102,11 +102,14 @@ struct ActivityInterface : public V1_1::IActivityInterface {
             const sp<V1_1::IActivityChangedCallback>& callback) override;
     Return<void> getCurrentActivityV1_1(getCurrentActivityV1_1_cb _hidl_cb) override;
 
-    // Legacy records to HIDL records; used by the environment side too.
+    // Legacy records to HIDL records; used by the environment side too. Their established names
+    // are kept.
+    // NOLINTBEGIN(readability-identifier-naming)
     static V1_0::ActivityEvent convertAEToAEV1_0(activity_event event);
     static V1_1::ActivityEventV1_1 convertAEToAEV1_1(activity_event event);
     static V1_0::ActivityEventExtend convertACEToAEEV1_0(ar_context_event event);
     static V1_1::ActivityEventExtendV1_1 convertACEToAEEV1_1(ar_context_event event);
+    // NOLINTEND(readability-identifier-naming)
 
   private:
     // Test access to the class-wide state and the helpers; not part of the product's API.
