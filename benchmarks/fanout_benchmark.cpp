@@ -4,6 +4,7 @@
 // The HAL keeps process-wide state that only grows (registered processes, first-seen pids), so
 // each benchmark configuration must run in a process of its own: scripts/run-benchmarks.sh does
 // that and prints the ratios to the floor.
+#include <android-base/properties.h>
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <hwbinder/IPCThreadState.h>
@@ -17,8 +18,10 @@
 #include <vector>
 
 #include "ActivityInterface.h"
+#include "ActivityTestSupport.h"
 #include "Passthrough.h"
 #include "simulated_legacy_module.h"
+#include "simulated_zel_client.h"
 
 namespace {
 
@@ -216,6 +219,18 @@ void BM_ActivityExtendedFloor(benchmark::State& state) {
     reportPerRecord(state, records, clients);
 }
 
+// --- client-library notifications ----------------------------------------------------------
+// The library's records go through the same matching and fan-out as the legacy module's; the
+// notification function is called directly, as the library's own thread would.
+void BM_ZelNotify(benchmark::State& state) {
+    const int records = state.range(0), clients = state.range(1);
+    ensureActivityClients(clients);
+    auto data = simulated_zel::pack(plainRecords(records));
+    const int32_t bytes = records * static_cast<int32_t>(sizeof(activity_event));
+    for (auto _ : state) artest::Peer::zelNotify(0, bytes, data);
+    reportPerRecord(state, records, clients);
+}
+
 // --- environment fan-out (clients of each version) -----------------------------------------
 void BM_Environment(benchmark::State& state) {
     const int records = state.range(0), clients = state.range(1);
@@ -277,6 +292,8 @@ BENCHMARK(BM_ActivityExtended)->Apply(fanoutArgs);
 BENCHMARK(BM_ActivityExtendedFloor)->Apply(fanoutArgs);
 BENCHMARK(BM_Environment)->Apply(fanoutArgs);
 BENCHMARK(BM_EnvironmentFloor)->Apply(fanoutArgs);
+BENCHMARK(BM_ZelNotify)->ArgsProduct({{1, 192}, {4, 64}});
+BENCHMARK(BM_ActivityPlainFloor)->Name("BM_ZelNotifyFloor")->ArgsProduct({{1, 192}, {4, 64}});
 BENCHMARK(BM_EnableDisable)->Arg(1)->Arg(10)->Arg(100)->Arg(1000);
 
 }  // namespace
@@ -294,6 +311,10 @@ int main(int argc, char** argv) {
     int count = static_cast<int>(args.size());
     benchmark::Initialize(&count, args.data());
     setUpLogging(toStderr);
+    // The client library is bound (it handles no activity) so that its notifications can be
+    // measured.
+    android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
+    simulated_zel::setConfigMask(0);
     // The simulated module records every call; keep that record from growing without bound.
     simulated_legacy::setRecording(false);
     benchmark::RunSpecifiedBenchmarks();

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <new>
+#include <optional>
 #include <set>
 #include <unordered_map>
 #include <unordered_set>
@@ -76,11 +77,11 @@ class IntakeIndex {
     // The first entry of (pid, activity), or null.
     EventResponseData* FindLast(uint64_t pid, uint32_t activity) {
         if (!mLastIndexed && !WorthIndexing(mLastSearched, mLast.size())) {
-            for (EventResponseData& entry : mLast) {
-                ++mLastSearched;
-                if (entry.pid == pid && entry.activity == activity) return &entry;
-            }
-            return nullptr;
+            auto found = std::find_if(mLast.begin(), mLast.end(), [&](const auto& entry) {
+                return entry.pid == pid && entry.activity == activity;
+            });
+            mLastSearched += found - mLast.begin();
+            return found == mLast.end() ? nullptr : &*found;
         }
         if (!mLastIndexed) {
             for (size_t i = 0; i < mLast.size(); ++i) {
@@ -113,10 +114,9 @@ class IntakeIndex {
     // Appends the pid unless it is there already.
     void AddPid(uint64_t pid) {
         if (!mPidsIndexed && !WorthIndexing(mPidsSearched, mPids.size())) {
-            for (uint64_t known : mPids) {
-                ++mPidsSearched;
-                if (known == pid) return;
-            }
+            auto found = std::find(mPids.begin(), mPids.end(), pid);
+            mPidsSearched += found - mPids.begin();
+            if (found != mPids.end()) return;
         } else {
             if (!mPidsIndexed) {
                 mKnownPids.insert(mPids.begin(), mPids.end());
@@ -129,10 +129,11 @@ class IntakeIndex {
     }
 
   private:
-    // A list is indexed once the entries searched in it during this batch outnumber it a few
-    // times over: small batches and short lists are searched directly.
+    // Building an index costs about as much as searching the list some tens of times over, so a
+    // list is indexed only once this batch has searched through it that often: small batches and
+    // short lists are searched directly.
     static bool WorthIndexing(size_t searched, size_t size) {
-        return size >= kDirectSearch && searched > 4 * size;
+        return size >= kDirectSearch && searched > 64 * size;
     }
     static constexpr size_t kDirectSearch = 16;
     struct Key {
@@ -158,9 +159,10 @@ class IntakeIndex {
     std::unordered_set<uint64_t> mKnownPids;
 };
 
-// Up to this many searched entries (batch entries times pids), the fan-out finds a pid's position
-// in packageNames by searching it; beyond, it indexes packageNames first.
-constexpr size_t kDirectPidSearch = 1024;
+// The fan-out finds a pid's position in packageNames by searching it, unless both the list and
+// the batch are long enough for an index of the list to pay for itself.
+constexpr size_t kDirectPidSearch = 16;
+constexpr size_t kIndexedBatch = 128;
 
 // The index of the batch being taken in on this thread, if any.
 thread_local IntakeIndex* g_intakeIndex = nullptr;
@@ -620,8 +622,10 @@ void ActivityInterface::OneDataPush(int activity, activity_event event, int pid,
             GetLastTime(PidKey(pid), static_cast<uint32_t>(activity), event.event_type);
     if (event.timestamp < limit) return;
 
-    IntakeIndex direct(mLastActivityEvent, packageNames);
-    IntakeIndex& index = g_intakeIndex != nullptr ? *g_intakeIndex : direct;
+    IntakeIndex* batchIndex = g_intakeIndex;
+    std::optional<IntakeIndex> direct;
+    if (batchIndex == nullptr) batchIndex = &direct.emplace(mLastActivityEvent, packageNames);
+    IntakeIndex& index = *batchIndex;
     EventResponseData* last = index.FindLast(request.pid, request.activity);
     if (last != nullptr) {
         last->eventType = event.event_type;
@@ -653,7 +657,7 @@ void ActivityInterface::ActivitiesReport(const std::vector<EventResponseData>& b
     // The batch's events by the position of their pid in packageNames, in batch order, sorted
     // out in one pass; a long packageNames is indexed first.
     std::unordered_map<uint64_t, size_t> positions;
-    const bool indexed = batch.size() * pidCount > kDirectPidSearch;
+    const bool indexed = pidCount > kDirectPidSearch && batch.size() > kIndexedBatch;
     if (indexed) {
         positions.reserve(pidCount);
         for (size_t i = 0; i < pidCount; ++i) positions.emplace(packageNames[i], i);
