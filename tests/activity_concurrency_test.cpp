@@ -21,10 +21,13 @@ TEST_F(ActivityConcurrencyTest, EventsRegistrationsAndDeaths) {
     auto events = [&](int pid) {
         ar_context_event extended{};
         const std::vector<int32_t> zel = {1, 1, 0, 0, 0, 0};  // type 1, activity 1
-        for (int n = 0; n < 40 || !stop; ++n) {
+        // The last round starts after `stop`, so after all the work it runs beside.
+        for (int n = 0;; ++n) {
+            const bool last = stop && n >= 40;
             report(pid, {event(1, 1, n), event(2, 1, n)});
             simulated_legacy::reportExtendedActivities(&extended, 1);
             Peer::zelNotify(0, 24, zel);
+            if (last) break;
         }
     };
     // Runs `work` next to two event threads, then stops them.
