@@ -25,7 +25,8 @@ ActivityRecognition::ActivityRecognition(activity_recognition_module* module,
     : mDevice(device),
       mModule(module),
       mActivityInterface(nullptr),
-      mEnvironmentInterface(nullptr) {}
+      mEnvironmentInterface(nullptr),
+      mActivityInterfaceReady(false) {}
 
 ActivityRecognition::~ActivityRecognition() {
     if (mDevice != nullptr) {
@@ -39,9 +40,13 @@ ActivityRecognition::~ActivityRecognition() {
     mActivityInterface.clear();
 }
 
+// Creation happens in the 1.1 getter; its answer is dropped and the stored interface returned.
 Return<sp<V1_0::IActivityInterface>> ActivityRecognition::getActivityInterface() {
     ALOGI("1.1 Activity compatible 1.0");
     getActivityInterfaceV1_1();
+    if (!mActivityInterfaceReady.load(std::memory_order_acquire)) {
+        return sp<V1_0::IActivityInterface>(nullptr);
+    }
     return sp<V1_0::IActivityInterface>(mActivityInterface);
 }
 
@@ -51,9 +56,10 @@ Return<sp<V1_0::IEnvironmentInterface>> ActivityRecognition::getEnvironmentInter
     return sp<V1_0::IEnvironmentInterface>(mEnvironmentInterface);
 }
 
-// Double-checked: the first test reads the pointer without the lock.
+// Double-checked: the first test is made without the lock, on the flag that is set only once
+// the interface is stored. Until then the pointer is read and written under the lock alone.
 Return<sp<V1_1::IActivityInterface>> ActivityRecognition::getActivityInterfaceV1_1() {
-    if (mActivityInterface == nullptr) {
+    if (!mActivityInterfaceReady.load(std::memory_order_acquire)) {
         ::android::Mutex::Autolock lock(sActivityInterfaceLock);
         if (mActivityInterface == nullptr) {
             const activity_interface* table = mDevice->get_activity_interface(mDevice);
@@ -66,8 +72,10 @@ Return<sp<V1_1::IActivityInterface>> ActivityRecognition::getActivityInterfaceV1
                     ALOGE("getActivityInterfaceV1_1 mActivityInterface new failed");
                     return sp<V1_1::IActivityInterface>(nullptr);
                 }
+                mActivityInterfaceReady.store(true, std::memory_order_release);
             }
         }
+        return sp<V1_1::IActivityInterface>(mActivityInterface);
     }
     return sp<V1_1::IActivityInterface>(mActivityInterface);
 }

@@ -3,6 +3,8 @@
 #include <hidl/Status.h>
 #include <vendor/quarn/hardware/activity_recognition/1.1/IActivityRecognition.h>
 
+#include <atomic>
+
 #include "ActivityInterface.h"
 #include "EnvironmentInterface.h"
 #include "activity_recognition_legacy.h"
@@ -36,6 +38,9 @@ struct ActivityRecognition : public V1_1::IActivityRecognition {
     activity_recognition_module* mModule;
     sp<ActivityInterface> mActivityInterface;
     sp<EnvironmentInterface> mEnvironmentInterface;
+    // Set once mActivityInterface is stored, and never cleared: the getters test it without the
+    // lock, and a caller that sees it set also sees the stored interface.
+    std::atomic<bool> mActivityInterfaceReady;
 };
 
 extern "C" IActivityRecognition* HIDL_FETCH_IActivityRecognition(const char* name);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -141,14 +143,20 @@ TEST_F(ServiceTest, OneObjectBehindBothGettersOfEachInterface) {
     EXPECT_EQ(1, countCalls("register_environment_callbacks"));
 }
 
+// Run under ThreadSanitizer: while the first caller creates the interface, the others test it
+// without the lock; the test must not race with the store.
 TEST_F(ServiceTest, RacingFirstActivityGettersCreateOneInterface) {
     auto service = fetchService();
     ASSERT_NE(nullptr, service);
+    simulated_legacy::setHook("get_activity_interface",
+                              [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); });
     constexpr int kThreads = 8;
     std::vector<void*> seen(kThreads);
     std::vector<std::thread> threads;
+    std::atomic<int> waiting{kThreads};
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, i] {
+            for (--waiting; waiting > 0;) std::this_thread::yield();
             if (i % 2 == 0) {
                 auto iface = service->getActivityInterface().withDefault(nullptr);
                 seen[i] = iface.get();
@@ -163,6 +171,7 @@ TEST_F(ServiceTest, RacingFirstActivityGettersCreateOneInterface) {
     for (auto& t : threads) t.join();
     for (void* p : seen) EXPECT_EQ(seen[0], p);
     EXPECT_NE(nullptr, seen[0]);
+    EXPECT_EQ(1, countCalls("get_activity_interface"));
     EXPECT_EQ(1, countCalls("register_activity_callbacks"));
     EXPECT_EQ(1, log.count(ANDROID_LOG_INFO, "AR_impl", "Construct ActivityInterface"));
 }
