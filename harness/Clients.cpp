@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "HalRecords.h"
 #include "Syntax.h"
 
 namespace arharness {
@@ -14,58 +15,6 @@ using ::android::hardware::hidl_vec;
 using ::android::hardware::Return;
 using ::android::hardware::Status;
 using ::android::hardware::Void;
-
-Record toRecord(const ar::V1_0::ActivityEvent& event) {
-    Record r;
-    r.e = event.eventType;
-    r.a = event.activity;
-    r.t = event.timestamp;
-    return r;
-}
-
-Record toRecord(const ar::V1_1::ActivityEventV1_1& event) {
-    Record r;
-    r.e = event.eventType;
-    r.a = event.activity;
-    r.t = event.timestamp;
-    r.c = event.confidence;
-    return r;
-}
-
-Params toParams(const ar::V1_0::OtherParams& params) {
-    Params p;
-    for (int i = 0; i < 4; ++i) p.p[i] = params.params[i];
-    p.x = std::string(params.extra.c_str(), params.extra.size());
-    return p;
-}
-
-Record toRecord(const ar::V1_0::ActivityEventExtend& event) {
-    Record r;
-    r.e = event.eventType;
-    r.a = event.activity;
-    r.t = event.timestamp;
-    r.s = event.status;
-    r.params = toParams(event.otherParams);
-    return r;
-}
-
-Record toRecord(const ar::V1_1::ActivityEventExtendV1_1& event) {
-    Record r;
-    r.e = event.eventType;
-    r.a = event.activity;
-    r.t = event.timestamp;
-    r.c = event.confidence;
-    r.s = event.status;
-    r.params = toParams(event.otherParams);
-    return r;
-}
-
-template <typename T>
-std::vector<Record> toRecords(const hidl_vec<T>& events) {
-    std::vector<Record> records;
-    for (const T& event : events) records.push_back(toRecord(event));
-    return records;
-}
 
 // The part every callback object shares: links to death and the recording of deliveries.
 template <typename Interface>
@@ -155,28 +104,25 @@ class CallbackObject : public Interface {
     std::shared_ptr<ClientState> mState;
 };
 
-class ActivityCallbackV1_0 : public CallbackObject<ar::V1_0::IActivityChangedCallback> {
+// The activity callback of either version: the deliveries that version 1.0 already has.
+template <typename Interface>
+class ActivityCallback : public CallbackObject<Interface> {
   public:
-    using CallbackObject::CallbackObject;
+    using CallbackObject<Interface>::CallbackObject;
     Return<void> onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& events) override {
-        return deliver("onActivityChangedV1_0", toRecords(events), Fields::kShort);
+        return this->deliver("onActivityChangedV1_0", toRecords(events), Fields::kShort);
     }
     Return<void> onActivityExtendChangedV1_0(
             const hidl_vec<ar::V1_0::ActivityEventExtend>& events) override {
-        return deliver("onActivityExtendChangedV1_0", toRecords(events), Fields::kLong);
+        return this->deliver("onActivityExtendChangedV1_0", toRecords(events), Fields::kLong);
     }
 };
 
-class ActivityCallbackV1_1 : public CallbackObject<ar::V1_1::IActivityChangedCallback> {
+using ActivityCallbackV1_0 = ActivityCallback<ar::V1_0::IActivityChangedCallback>;
+
+class ActivityCallbackV1_1 : public ActivityCallback<ar::V1_1::IActivityChangedCallback> {
   public:
-    using CallbackObject::CallbackObject;
-    Return<void> onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& events) override {
-        return deliver("onActivityChangedV1_0", toRecords(events), Fields::kShort);
-    }
-    Return<void> onActivityExtendChangedV1_0(
-            const hidl_vec<ar::V1_0::ActivityEventExtend>& events) override {
-        return deliver("onActivityExtendChangedV1_0", toRecords(events), Fields::kLong);
-    }
+    using ActivityCallback::ActivityCallback;
     Return<void> onActivityChangedV1_1(const hidl_vec<ar::V1_1::ActivityEventV1_1>& events) override {
         return deliver("onActivityChangedV1_1", toRecords(events), Fields::kShortC);
     }
@@ -186,20 +132,21 @@ class ActivityCallbackV1_1 : public CallbackObject<ar::V1_1::IActivityChangedCal
     }
 };
 
-class EnvironmentCallbackV1_0 : public CallbackObject<ar::V1_0::IEnvironmentChangedCallback> {
+// The environment callback of either version: the delivery that version 1.0 already has.
+template <typename Interface>
+class EnvironmentCallback : public CallbackObject<Interface> {
   public:
-    using CallbackObject::CallbackObject;
+    using CallbackObject<Interface>::CallbackObject;
     Return<void> onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>& events) override {
-        return deliver("onEnvironmentChanged", toRecords(events), Fields::kLong);
+        return this->deliver("onEnvironmentChanged", toRecords(events), Fields::kLong);
     }
 };
 
-class EnvironmentCallbackV1_1 : public CallbackObject<ar::V1_1::IEnvironmentChangedCallback> {
+using EnvironmentCallbackV1_0 = EnvironmentCallback<ar::V1_0::IEnvironmentChangedCallback>;
+
+class EnvironmentCallbackV1_1 : public EnvironmentCallback<ar::V1_1::IEnvironmentChangedCallback> {
   public:
-    using CallbackObject::CallbackObject;
-    Return<void> onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>& events) override {
-        return deliver("onEnvironmentChanged", toRecords(events), Fields::kLong);
-    }
+    using EnvironmentCallback::EnvironmentCallback;
     Return<void> onEnvironmentChangedV1_1(
             const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& events) override {
         return deliver("onEnvironmentChangedV1_1", toRecords(events), Fields::kLongC);

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <functional>
 
+#include "HalRecords.h"
+
 namespace arharness {
 namespace {
 
@@ -16,6 +18,7 @@ using ::android::sp;
 using ::android::wp;
 using ::android::hardware::hidl_string;
 using ::android::hardware::hidl_vec;
+using ::android::hardware::Return;
 using ::android::hidl::base::V1_0::IBase;
 
 constexpr char kLibrary[] = "vendor.quarn.hardware.activity_recognition@1.1-impl.so";
@@ -59,36 +62,6 @@ bool parsePriority(const std::string& text, char* letter) {
         return true;
     }
     return false;
-}
-
-Record toRecord(const ar::V1_0::ActivityEventExtend& event) {
-    Record r;
-    r.e = event.eventType;
-    r.a = event.activity;
-    r.t = event.timestamp;
-    r.s = event.status;
-    for (int i = 0; i < 4; ++i) r.params.p[i] = event.otherParams.params[i];
-    r.params.x = event.otherParams.extra;
-    return r;
-}
-
-Record toRecord(const ar::V1_1::ActivityEventExtendV1_1& event) {
-    Record r;
-    r.e = event.eventType;
-    r.a = event.activity;
-    r.t = event.timestamp;
-    r.c = event.confidence;
-    r.s = event.status;
-    for (int i = 0; i < 4; ++i) r.params.p[i] = event.otherParams.params[i];
-    r.params.x = event.otherParams.extra;
-    return r;
-}
-
-ar::V1_0::OtherParams toOtherParams(const Params& params) {
-    ar::V1_0::OtherParams out;
-    for (int i = 0; i < 4; ++i) out.params[i] = params.p[i];
-    out.extra = params.x;
-    return out;
 }
 
 // Acts as the client's process on this thread for the duration of one call.
@@ -733,8 +706,7 @@ bool Runner::clientCommand(Client* client, const Args& args) {
         return fail("there is no service: " + std::string(kEntryPoint) + " answered null at line " +
                     std::to_string(mStartLine));
     }
-    return state.activity ? activityCall(client, args[1], args)
-                          : environmentCall(client, args[1], args);
+    return clientCall(client, args[1], args);
 }
 
 std::string Runner::interfaceName(const void* object) {
@@ -783,27 +755,174 @@ bool Runner::connect(Client* client, const std::string& getter) {
     return true;
 }
 
-// Makes sure the client holds the interface of its side and version, asking the service once.
-bool Runner::needInterface(Client* client) {
-    ClientState& state = *client->state;
-    std::string getter =
-            std::string(state.activity ? "getActivityInterface" : "getEnvironmentInterface") +
-            (state.v1_1 ? "V1_1" : "");
-    bool have = state.activity ? (state.v1_1 ? client->activityInterfaceV1_1 != nullptr
-                                             : client->activityInterfaceV1_0 != nullptr)
-                               : (state.v1_1 ? client->environmentInterfaceV1_1 != nullptr
-                                             : client->environmentInterfaceV1_0 != nullptr);
-    if (have) return true;
-    connect(client, getter);
-    have = state.activity ? (state.v1_1 ? client->activityInterfaceV1_1 != nullptr
-                                        : client->activityInterfaceV1_0 != nullptr)
-                          : (state.v1_1 ? client->environmentInterfaceV1_1 != nullptr
-                                        : client->environmentInterfaceV1_0 != nullptr);
-    if (!have) return fail(state.name + " has no interface to call: " + getter + " answered null");
-    return true;
+namespace {
+
+// The arguments of a control call in the order they are written: the activity (or environment),
+// the event type and the latency, as many of them as the method takes, and the extra parameters.
+struct ControlArgs {
+    uint32_t target = 0;
+    uint32_t eventType = 0;
+    int64_t latency = 0;
+    ar::V1_0::OtherParams params;
+};
+
+// A method of a side's interface that takes numbers, maybe extra parameters, and answers a number.
+struct ControlMethod {
+    const char* name;
+    size_t arity;  // how many of the target, the event type and the latency it takes
+    bool takesParams;
+    Return<int32_t> (*invoke)(const Client& client, const ControlArgs& args);
+};
+
+const ControlMethod kActivityControls[] = {
+        {"enableActivityEvent", 3, false,
+         [](const Client& client, const ControlArgs& args) {
+             return client.activityInterfaceV1_0->enableActivityEvent(args.target, args.eventType,
+                                                                      args.latency);
+         }},
+        {"enableActivityEventExtend", 3, true,
+         [](const Client& client, const ControlArgs& args) {
+             return client.activityInterfaceV1_0->enableActivityEventExtend(
+                     args.target, args.eventType, args.latency, args.params);
+         }},
+        {"disableActivityEvent", 2, false,
+         [](const Client& client, const ControlArgs& args) {
+             return client.activityInterfaceV1_0->disableActivityEvent(args.target, args.eventType);
+         }},
+        {"flush", 0, false, [](const Client& client, const ControlArgs&) {
+             return client.activityInterfaceV1_0->flush();
+         }}};
+
+const ControlMethod kEnvironmentControls[] = {
+        {"initEnvironment", 1, true,
+         [](const Client& client, const ControlArgs& args) {
+             return client.environmentInterfaceV1_0->initEnvironment(args.target, args.params);
+         }},
+        {"exitEnvironment", 1, true,
+         [](const Client& client, const ControlArgs& args) {
+             return client.environmentInterfaceV1_0->exitEnvironment(args.target, args.params);
+         }},
+        {"enableEnvironment", 3, true,
+         [](const Client& client, const ControlArgs& args) {
+             return client.environmentInterfaceV1_0->enableEnvironment(args.target, args.eventType,
+                                                                       args.latency, args.params);
+         }},
+        {"disableEnvironment", 2, false, [](const Client& client, const ControlArgs& args) {
+             return client.environmentInterfaceV1_0->disableEnvironment(args.target, args.eventType);
+         }}};
+
+// What sets the two sides' interfaces apart: the names of their methods, and their control
+// methods. A 1.1 method is named as its 1.0 method with "V1_1" after it.
+struct Side {
+    const char* name;       // "activity": the client's kind, and its control calls' target
+    const char* usageName;  // the target in usage texts: "ACTIVITY"
+    const char* getter;
+    const char* registration;
+    const char* supportedList;
+    const char* current;
+    const ControlMethod* controlsBegin;
+    const ControlMethod* controlsEnd;
+};
+
+const Side kActivitySide = {"activity",
+                            "ACTIVITY",
+                            "getActivityInterface",
+                            "registerActivityCallback",
+                            "getSupportedActivitiesList",
+                            "getCurrentActivity",
+                            std::begin(kActivityControls),
+                            std::end(kActivityControls)};
+
+const Side kEnvironmentSide = {"environment",
+                               "ENVIRONMENT",
+                               "getEnvironmentInterface",
+                               "registerEnvironmentCallback",
+                               "getSupportedEnvironmentsList",
+                               "getCurrentEnvironment",
+                               std::begin(kEnvironmentControls),
+                               std::end(kEnvironmentControls)};
+
+const Side& sideOf(const ClientState& state) {
+    return state.activity ? kActivitySide : kEnvironmentSide;
 }
 
-namespace {
+// The name of a method's 1.1 form.
+std::string v1_1Name(const char* name) {
+    return std::string(name) + "V1_1";
+}
+
+const ControlMethod* findControl(const Side& side, const std::string& method) {
+    for (const ControlMethod* control = side.controlsBegin; control != side.controlsEnd; ++control) {
+        if (method == control->name) return control;
+    }
+    return nullptr;
+}
+
+// Every method a client of the side may name, for the error about one it may not.
+std::string methodList(const Side& side) {
+    std::vector<std::string> names = {"register", "connect", side.registration,
+                                      v1_1Name(side.registration), side.supportedList};
+    for (const ControlMethod* control = side.controlsBegin; control != side.controlsEnd; ++control) {
+        names.push_back(control->name);
+    }
+    names.insert(names.end(), {side.current, v1_1Name(side.current), "set"});
+    return join(names, ", ");
+}
+
+// Whether the client holds the interface of its side and version.
+bool hasInterface(const Client& client) {
+    const ClientState& state = *client.state;
+    if (state.activity) {
+        return state.v1_1 ? client.activityInterfaceV1_1 != nullptr
+                          : client.activityInterfaceV1_0 != nullptr;
+    }
+    return state.v1_1 ? client.environmentInterfaceV1_1 != nullptr
+                      : client.environmentInterfaceV1_0 != nullptr;
+}
+
+void registerCallback(const Client& client, bool v1_1, bool null) {
+    if (client.state->activity && v1_1) {
+        client.activityInterfaceV1_1->registerActivityCallbackV1_1(null ? nullptr
+                                                                        : client.activityV1_1);
+    } else if (client.state->activity) {
+        client.activityInterfaceV1_0->registerActivityCallback(null ? nullptr : client.activityV1_0);
+    } else if (v1_1) {
+        client.environmentInterfaceV1_1->registerEnvironmentCallbackV1_1(
+                null ? nullptr : client.environmentV1_1);
+    } else {
+        client.environmentInterfaceV1_0->registerEnvironmentCallback(null ? nullptr
+                                                                          : client.environmentV1_0);
+    }
+}
+
+void getSupportedList(const Client& client,
+                      const std::function<void(const hidl_vec<hidl_string>&)>& answer) {
+    if (client.state->activity) {
+        client.activityInterfaceV1_0->getSupportedActivitiesList(answer);
+    } else {
+        client.environmentInterfaceV1_0->getSupportedEnvironmentsList(answer);
+    }
+}
+
+// The current state of the client's side, through the method of the given version.
+void getCurrentRecords(const Client& client, bool v1_1,
+                       const std::function<void(const std::vector<Record>&)>& answer) {
+    auto answerV1_0 = [&](const hidl_vec<ar::V1_0::ActivityEventExtend>& events) {
+        answer(toRecords(events));
+    };
+    auto answerV1_1 = [&](const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& events) {
+        answer(toRecords(events));
+    };
+    if (client.state->activity && v1_1) {
+        client.activityInterfaceV1_1->getCurrentActivityV1_1(answerV1_1);
+    } else if (client.state->activity) {
+        client.activityInterfaceV1_0->getCurrentActivity(answerV1_0);
+    } else if (v1_1) {
+        client.environmentInterfaceV1_1->getCurrentEnvironmentV1_1(answerV1_1);
+    } else {
+        client.environmentInterfaceV1_0->getCurrentEnvironment(answerV1_0);
+    }
+}
 
 // Splits a client call's arguments into positional ones, extra parameters and options.
 struct CallArgs {
@@ -833,8 +952,38 @@ bool splitCallArgs(const std::vector<std::string>& args, CallArgs* out, std::str
 
 }  // namespace
 
-bool Runner::activityCall(Client* client, const std::string& method, const Args& args) {
+// Makes sure the client holds the interface of its side and version, asking the service once.
+bool Runner::needInterface(Client* client) {
     ClientState& state = *client->state;
+    std::string getter = state.v1_1 ? v1_1Name(sideOf(state).getter) : sideOf(state).getter;
+    if (hasInterface(*client)) return true;
+    connect(client, getter);
+    if (!hasInterface(*client)) {
+        return fail(state.name + " has no interface to call: " + getter + " answered null");
+    }
+    return true;
+}
+
+// Makes one call of the client's interface as the client's process, connecting first where
+// needed, and traces it and what it answered.
+template <typename Invoke>
+bool Runner::callInterface(Client* client, const std::string& shownArgs, bool noState,
+                           Result result, const Invoke& invoke) {
+    ClientState& state = *client->state;
+    if (!needInterface(client)) return false;
+    traceCall(state, result.method, shownArgs);
+    {
+        AsClient as(state, noState);
+        invoke(&result);
+    }
+    mModule->flush();
+    traceReturn(state, std::move(result));
+    return true;
+}
+
+bool Runner::clientCall(Client* client, const std::string& method, const Args& args) {
+    ClientState& state = *client->state;
+    const Side& side = sideOf(state);
     CallArgs call;
     std::string error;
     if (!splitCallArgs(args, &call, &error)) return fail(error);
@@ -843,327 +992,101 @@ bool Runner::activityCall(Client* client, const std::string& method, const Args&
         return fail("usage: " + state.name + " " + method + (form.empty() ? "" : " ") + form +
                     " [nostate]");
     };
-    bool v1_1Method = method == "registerActivityCallbackV1_1" ||
-                      method == "getCurrentActivityV1_1" || method == "getActivityInterfaceV1_1";
+    bool registration = method == "register" || method == side.registration ||
+                        method == v1_1Name(side.registration);
+    bool v1_1Method = method == v1_1Name(side.registration) || method == v1_1Name(side.current) ||
+                      method == v1_1Name(side.getter);
     if (v1_1Method && !state.v1_1) {
         return fail(state.name + " is a version 1.0 client; " + method + " is a 1.1 method");
     }
-    bool takesParams = method == "enableActivityEventExtend";
-    bool takesNull = method == "register" || method == "registerActivityCallback" ||
-                     method == "registerActivityCallbackV1_1";
+    const ControlMethod* control = findControl(side, method);
+    bool takesParams = control != nullptr && control->takesParams;
     if (call.hasParams && !takesParams) return fail(method + " takes no p= or x=");
-    if (call.null && !takesNull) return fail(method + " takes no null");
+    if (call.null && !registration) return fail(method + " takes no null");
 
-    if (method == "connect" || method == "getActivityInterface" ||
-        method == "getActivityInterfaceV1_1") {
+    if (method == "connect" || method == side.getter || method == v1_1Name(side.getter)) {
         if (!p.empty()) return usage("");
-        std::string getter = method != "connect" ? method
-                             : state.v1_1        ? "getActivityInterfaceV1_1"
-                                                 : "getActivityInterface";
-        return connect(client, getter);
+        return connect(client, method != "connect"
+                                       ? method
+                                       : (state.v1_1 ? v1_1Name(side.getter) : side.getter));
     }
 
-    uint32_t activity = 0;
-    uint32_t eventType = 0;
-    int64_t latency = 0;
-    auto number = [&](size_t i, const char* what, uint32_t* value) {
-        if (parseUint32(p[i], value)) return true;
-        return fail(std::string("bad ") + what + " '" + p[i] + "' (0 to 4294967295)");
-    };
-    auto duration = [&](size_t i) {
-        if (parseDuration(p[i], &latency)) return true;
-        return fail("bad latency '" + p[i] + "' (nanoseconds, or a number with ns, us, ms or s)");
-    };
-    std::function<void()> invoke;
-    std::string shownArgs;
     Result result;
     result.method = method;
-    auto intResult = [&](const ::android::hardware::Return<int32_t>& r) {
-        result.type = Result::Type::kInt;
-        if (r.isOk()) {
-            result.text = std::to_string(static_cast<int32_t>(r));
-        } else {
-            result.text = "transport error: " + r.description();
-        }
-        result.json = r.isOk() ? result.text : jsonString(result.text);
-    };
-    auto recordsResult = [&](Fields fields) {
+    if (registration) {
+        if (!p.empty()) return usage("[null]");
+        bool v1_1 = method == v1_1Name(side.registration) || (method == "register" && state.v1_1);
+        result.method = v1_1 ? v1_1Name(side.registration) : side.registration;
+        return callInterface(client, call.null ? "null" : state.name, call.noState, result,
+                             [&](Result*) { registerCallback(*client, v1_1, call.null); });
+    }
+    if (method == side.supportedList) {
+        if (!p.empty()) return usage("");
+        result.type = Result::Type::kStrings;
+        result.text = "no answer";
+        result.json = "null";
+        return callInterface(client, "", call.noState, result, [&](Result* answer) {
+            getSupportedList(*client, [&](const hidl_vec<hidl_string>& names) {
+                std::vector<std::string> quoted;
+                std::string json = "[";
+                for (const auto& name : names) {
+                    quoted.push_back(quoteToken(name));
+                    json += (json.size() > 1 ? "," : "") + jsonString(name);
+                }
+                answer->text = "[" + join(quoted, " ") + "]";
+                answer->json = json + "]";
+            });
+        });
+    }
+    if (method == side.current || method == v1_1Name(side.current)) {
+        if (!p.empty()) return usage("");
+        bool v1_1 = method != side.current;
+        Fields fields = v1_1 ? Fields::kLongC : Fields::kLong;
         result.type = Result::Type::kRecords;
         result.fields = fields;
         result.text = "no answer";
         result.json = "null";
-    };
-
-    if (method == "register" || method == "registerActivityCallback" ||
-        method == "registerActivityCallbackV1_1") {
-        if (!p.empty()) return usage("[null]");
-        bool v1_1 = method == "registerActivityCallbackV1_1" || (method == "register" && state.v1_1);
-        std::string name = v1_1 ? "registerActivityCallbackV1_1" : "registerActivityCallback";
-        result.method = name;
-        shownArgs = call.null ? "null" : state.name;
-        if (!needInterface(client)) return false;
-        traceCall(state, name, shownArgs);
-        AsClient as(state, call.noState);
-        if (v1_1) {
-            client->activityInterfaceV1_1->registerActivityCallbackV1_1(
-                    call.null ? nullptr : client->activityV1_1);
-        } else {
-            client->activityInterfaceV1_0->registerActivityCallback(
-                    call.null ? nullptr : client->activityV1_0);
-        }
-    } else if (method == "getSupportedActivitiesList") {
-        if (!p.empty()) return usage("");
-        if (!needInterface(client)) return false;
-        traceCall(state, method, "");
-        result.type = Result::Type::kStrings;
-        result.text = "no answer";
-        result.json = "null";
-        AsClient as(state, call.noState);
-        client->activityInterfaceV1_0->getSupportedActivitiesList(
-                [&](const hidl_vec<hidl_string>& names) {
-                    std::vector<std::string> quoted;
-                    std::string json = "[";
-                    for (const auto& name : names) {
-                        quoted.push_back(quoteToken(name));
-                        json += (json.size() > 1 ? "," : "") + jsonString(name);
-                    }
-                    result.text = "[" + join(quoted, " ") + "]";
-                    result.json = json + "]";
-                });
-    } else if (method == "enableActivityEvent" || method == "enableActivityEventExtend") {
-        if (p.size() != 3) {
-            return usage(std::string("ACTIVITY EVENT_TYPE LATENCY") +
-                         (takesParams ? " [p=D:D:D:D] [x=TEXT]" : ""));
-        }
-        if (!number(0, "activity", &activity) || !number(1, "event type", &eventType) ||
-            !duration(2)) {
-            return false;
-        }
-        shownArgs = std::to_string(activity) + ", " + std::to_string(eventType) + ", " +
-                    std::to_string(latency) + (takesParams ? ", " + formatParams(call.params) : "");
-        if (!needInterface(client)) return false;
-        traceCall(state, method, shownArgs);
-        AsClient as(state, call.noState);
-        if (takesParams) {
-            intResult(client->activityInterfaceV1_0->enableActivityEventExtend(
-                    activity, eventType, latency, toOtherParams(call.params)));
-        } else {
-            intResult(client->activityInterfaceV1_0->enableActivityEvent(activity, eventType,
-                                                                         latency));
-        }
-    } else if (method == "disableActivityEvent") {
-        if (p.size() != 2) return usage("ACTIVITY EVENT_TYPE");
-        if (!number(0, "activity", &activity) || !number(1, "event type", &eventType)) {
-            return false;
-        }
-        shownArgs = std::to_string(activity) + ", " + std::to_string(eventType);
-        if (!needInterface(client)) return false;
-        traceCall(state, method, shownArgs);
-        AsClient as(state, call.noState);
-        intResult(client->activityInterfaceV1_0->disableActivityEvent(activity, eventType));
-    } else if (method == "flush") {
-        if (!p.empty()) return usage("");
-        if (!needInterface(client)) return false;
-        traceCall(state, method, "");
-        AsClient as(state, call.noState);
-        intResult(client->activityInterfaceV1_0->flush());
-    } else if (method == "getCurrentActivity") {
-        if (!p.empty()) return usage("");
-        if (!needInterface(client)) return false;
-        traceCall(state, method, "");
-        recordsResult(Fields::kLong);
-        AsClient as(state, call.noState);
-        client->activityInterfaceV1_0->getCurrentActivity(
-                [&](const hidl_vec<ar::V1_0::ActivityEventExtend>& events) {
-                    std::vector<Record> records;
-                    for (const auto& event : events) records.push_back(toRecord(event));
-                    result.text = formatRecords(records, Fields::kLong);
-                    result.json = recordsJson(records, Fields::kLong);
-                });
-    } else if (method == "getCurrentActivityV1_1") {
-        if (!p.empty()) return usage("");
-        if (!needInterface(client)) return false;
-        traceCall(state, method, "");
-        recordsResult(Fields::kLongC);
-        AsClient as(state, call.noState);
-        client->activityInterfaceV1_1->getCurrentActivityV1_1(
-                [&](const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& events) {
-                    std::vector<Record> records;
-                    for (const auto& event : events) records.push_back(toRecord(event));
-                    result.text = formatRecords(records, Fields::kLongC);
-                    result.json = recordsJson(records, Fields::kLongC);
-                });
-    } else {
-        return fail(
-                state.name + " is an activity client: unknown method '" + method +
-                "' (register, connect, registerActivityCallback, registerActivityCallbackV1_1, "
-                "getSupportedActivitiesList, enableActivityEvent, enableActivityEventExtend, "
-                "disableActivityEvent, flush, getCurrentActivity, getCurrentActivityV1_1, set)");
+        return callInterface(client, "", call.noState, result, [&](Result* answer) {
+            getCurrentRecords(*client, v1_1, [&](const std::vector<Record>& records) {
+                answer->text = formatRecords(records, fields);
+                answer->json = recordsJson(records, fields);
+            });
+        });
     }
-    mModule->flush();
-    traceReturn(state, result);
-    return true;
-}
-
-bool Runner::environmentCall(Client* client, const std::string& method, const Args& args) {
-    ClientState& state = *client->state;
-    CallArgs call;
-    std::string error;
-    if (!splitCallArgs(args, &call, &error)) return fail(error);
-    const auto& p = call.positional;
-    auto usage = [&](const std::string& form) {
-        return fail("usage: " + state.name + " " + method + (form.empty() ? "" : " ") + form +
-                    " [nostate]");
-    };
-    bool v1_1Method = method == "registerEnvironmentCallbackV1_1" ||
-                      method == "getCurrentEnvironmentV1_1" ||
-                      method == "getEnvironmentInterfaceV1_1";
-    if (v1_1Method && !state.v1_1) {
-        return fail(state.name + " is a version 1.0 client; " + method + " is a 1.1 method");
-    }
-    bool takesParams = method == "initEnvironment" || method == "exitEnvironment" ||
-                       method == "enableEnvironment";
-    bool takesNull = method == "register" || method == "registerEnvironmentCallback" ||
-                     method == "registerEnvironmentCallbackV1_1";
-    if (call.hasParams && !takesParams) return fail(method + " takes no p= or x=");
-    if (call.null && !takesNull) return fail(method + " takes no null");
-
-    if (method == "connect" || method == "getEnvironmentInterface" ||
-        method == "getEnvironmentInterfaceV1_1") {
-        if (!p.empty()) return usage("");
-        std::string getter = method != "connect" ? method
-                             : state.v1_1        ? "getEnvironmentInterfaceV1_1"
-                                                 : "getEnvironmentInterface";
-        return connect(client, getter);
+    if (control == nullptr) {
+        return fail(state.name + " is an " + side.name + " client: unknown method '" + method +
+                    "' (" + methodList(side) + ")");
     }
 
-    uint32_t environment = 0;
-    uint32_t eventType = 0;
-    int64_t latency = 0;
-    auto number = [&](size_t i, const char* what, uint32_t* value) {
+    // A control call: its numbers, then the extra parameters where it takes them.
+    const char* const forms[] = {side.usageName, "EVENT_TYPE", "LATENCY"};
+    if (p.size() != control->arity) {
+        return usage(join(Args(forms, forms + control->arity), " ") +
+                     (takesParams ? " [p=D:D:D:D] [x=TEXT]" : ""));
+    }
+    auto number = [&](size_t i, const std::string& what, uint32_t* value) {
         if (parseUint32(p[i], value)) return true;
-        return fail(std::string("bad ") + what + " '" + p[i] + "' (0 to 4294967295)");
+        return fail("bad " + what + " '" + p[i] + "' (0 to 4294967295)");
     };
-    Result result;
-    result.method = method;
-    auto intResult = [&](const ::android::hardware::Return<int32_t>& r) {
-        result.type = Result::Type::kInt;
-        result.text = r.isOk() ? std::to_string(static_cast<int32_t>(r))
-                               : "transport error: " + r.description();
-        result.json = r.isOk() ? result.text : jsonString(result.text);
-    };
-    auto& iface = client->environmentInterfaceV1_0;
-    std::string shownParams = formatParams(call.params);
-
-    if (method == "register" || method == "registerEnvironmentCallback" ||
-        method == "registerEnvironmentCallbackV1_1") {
-        if (!p.empty()) return usage("[null]");
-        bool v1_1 =
-                method == "registerEnvironmentCallbackV1_1" || (method == "register" && state.v1_1);
-        std::string name = v1_1 ? "registerEnvironmentCallbackV1_1" : "registerEnvironmentCallback";
-        result.method = name;
-        if (!needInterface(client)) return false;
-        traceCall(state, name, call.null ? "null" : state.name);
-        AsClient as(state, call.noState);
-        if (v1_1) {
-            client->environmentInterfaceV1_1->registerEnvironmentCallbackV1_1(
-                    call.null ? nullptr : client->environmentV1_1);
-        } else {
-            iface->registerEnvironmentCallback(call.null ? nullptr : client->environmentV1_0);
-        }
-    } else if (method == "getSupportedEnvironmentsList") {
-        if (!p.empty()) return usage("");
-        if (!needInterface(client)) return false;
-        traceCall(state, method, "");
-        result.type = Result::Type::kStrings;
-        result.text = "no answer";
-        result.json = "null";
-        AsClient as(state, call.noState);
-        iface->getSupportedEnvironmentsList([&](const hidl_vec<hidl_string>& names) {
-            std::vector<std::string> quoted;
-            std::string json = "[";
-            for (const auto& name : names) {
-                quoted.push_back(quoteToken(name));
-                json += (json.size() > 1 ? "," : "") + jsonString(name);
-            }
-            result.text = "[" + join(quoted, " ") + "]";
-            result.json = json + "]";
-        });
-    } else if (method == "initEnvironment" || method == "exitEnvironment") {
-        if (p.size() != 1) return usage("ENVIRONMENT [p=D:D:D:D] [x=TEXT]");
-        if (!number(0, "environment", &environment)) return false;
-        if (!needInterface(client)) return false;
-        traceCall(state, method, std::to_string(environment) + ", " + shownParams);
-        AsClient as(state, call.noState);
-        auto params = toOtherParams(call.params);
-        intResult(method == "initEnvironment" ? iface->initEnvironment(environment, params)
-                                              : iface->exitEnvironment(environment, params));
-    } else if (method == "enableEnvironment") {
-        if (p.size() != 3) return usage("ENVIRONMENT EVENT_TYPE LATENCY [p=D:D:D:D] [x=TEXT]");
-        if (!number(0, "environment", &environment) || !number(1, "event type", &eventType)) {
-            return false;
-        }
-        if (!parseDuration(p[2], &latency)) {
-            return fail("bad latency '" + p[2] +
-                        "' (nanoseconds, or a number with ns, us, ms or s)");
-        }
-        if (!needInterface(client)) return false;
-        traceCall(state, method,
-                  std::to_string(environment) + ", " + std::to_string(eventType) + ", " +
-                          std::to_string(latency) + ", " + shownParams);
-        AsClient as(state, call.noState);
-        intResult(iface->enableEnvironment(environment, eventType, latency,
-                                           toOtherParams(call.params)));
-    } else if (method == "disableEnvironment") {
-        if (p.size() != 2) return usage("ENVIRONMENT EVENT_TYPE");
-        if (!number(0, "environment", &environment) || !number(1, "event type", &eventType)) {
-            return false;
-        }
-        if (!needInterface(client)) return false;
-        traceCall(state, method, std::to_string(environment) + ", " + std::to_string(eventType));
-        AsClient as(state, call.noState);
-        intResult(iface->disableEnvironment(environment, eventType));
-    } else if (method == "getCurrentEnvironment") {
-        if (!p.empty()) return usage("");
-        if (!needInterface(client)) return false;
-        traceCall(state, method, "");
-        result.type = Result::Type::kRecords;
-        result.fields = Fields::kLong;
-        result.text = "no answer";
-        result.json = "null";
-        AsClient as(state, call.noState);
-        iface->getCurrentEnvironment([&](const hidl_vec<ar::V1_0::ActivityEventExtend>& events) {
-            std::vector<Record> records;
-            for (const auto& event : events) records.push_back(toRecord(event));
-            result.text = formatRecords(records, Fields::kLong);
-            result.json = recordsJson(records, Fields::kLong);
-        });
-    } else if (method == "getCurrentEnvironmentV1_1") {
-        if (!p.empty()) return usage("");
-        if (!needInterface(client)) return false;
-        traceCall(state, method, "");
-        result.type = Result::Type::kRecords;
-        result.fields = Fields::kLongC;
-        result.text = "no answer";
-        result.json = "null";
-        AsClient as(state, call.noState);
-        client->environmentInterfaceV1_1->getCurrentEnvironmentV1_1(
-                [&](const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& events) {
-                    std::vector<Record> records;
-                    for (const auto& event : events) records.push_back(toRecord(event));
-                    result.text = formatRecords(records, Fields::kLongC);
-                    result.json = recordsJson(records, Fields::kLongC);
-                });
-    } else {
-        return fail(state.name + " is an environment client: unknown method '" + method +
-                    "' (register, connect, registerEnvironmentCallback, "
-                    "registerEnvironmentCallbackV1_1, getSupportedEnvironmentsList, "
-                    "initEnvironment, exitEnvironment, enableEnvironment, disableEnvironment, "
-                    "getCurrentEnvironment, getCurrentEnvironmentV1_1, set)");
+    ControlArgs values;
+    if (control->arity > 0 && !number(0, side.name, &values.target)) return false;
+    if (control->arity > 1 && !number(1, "event type", &values.eventType)) return false;
+    if (control->arity > 2 && !parseDuration(p[2], &values.latency)) {
+        return fail("bad latency '" + p[2] + "' (nanoseconds, or a number with ns, us, ms or s)");
     }
-    mModule->flush();
-    traceReturn(state, result);
-    return true;
+    values.params = toOtherParams(call.params);
+    Args shown;
+    if (control->arity > 0) shown.push_back(std::to_string(values.target));
+    if (control->arity > 1) shown.push_back(std::to_string(values.eventType));
+    if (control->arity > 2) shown.push_back(std::to_string(values.latency));
+    if (takesParams) shown.push_back(formatParams(call.params));
+    return callInterface(client, join(shown, ", "), call.noState, result, [&](Result* answer) {
+        Return<int32_t> r = control->invoke(*client, values);
+        answer->type = Result::Type::kInt;
+        answer->text = r.isOk() ? std::to_string(static_cast<int32_t>(r))
+                                : "transport error: " + r.description();
+        answer->json = r.isOk() ? answer->text : jsonString(answer->text);
+    });
 }
 
 void Runner::traceCall(const ClientState& state, const std::string& method,

@@ -55,8 +55,11 @@ class Runner {
     bool setClientOptions(ClientState* state, const Args& args, size_t from, bool creating);
     bool kill(const Args& args);
     bool clientCommand(Client* client, const Args& args);
-    bool activityCall(Client* client, const std::string& method, const Args& args);
-    bool environmentCall(Client* client, const std::string& method, const Args& args);
+    bool clientCall(Client* client, const std::string& method, const Args& args);
+    // `invoke` makes the call and puts what it answered into the Result it is given.
+    template <typename Invoke>
+    bool callInterface(Client* client, const std::string& shownArgs, bool noState, Result result,
+                       const Invoke& invoke);
     bool connect(Client* client, const std::string& getter);
     bool needInterface(Client* client);
 
