@@ -52,6 +52,17 @@ void fill(other_params* out, const Params& params) {
 
 }  // namespace
 
+ar_context_event toContextEvent(const Record& record) {
+    ar_context_event event{};
+    event.event_type = record.e;
+    event.activity = record.a;
+    event.timestamp = record.t;
+    event.confidence = record.c;
+    event.status = record.s;
+    fill(&event.params, record.params);
+    return event;
+}
+
 ModuleLayer::ModuleLayer(Trace* trace) : mTrace(trace) {}
 
 void ModuleLayer::install() {
@@ -152,14 +163,7 @@ void ModuleLayer::setState(bool activity, const std::vector<Record>& records, bo
                            int count, bool null) {
     sim::StateAnswer answer;
     for (const Record& r : records) {
-        ar_context_event event{};
-        event.event_type = r.e;
-        event.activity = r.a;
-        event.timestamp = r.t;
-        event.confidence = r.c;
-        event.status = r.s;
-        fill(&event.params, r.params);
-        answer.records.push_back(event);
+        answer.records.push_back(toContextEvent(r));
     }
     if (hasCount) answer.count = count;
     answer.nullArray = null;
@@ -175,12 +179,7 @@ bool ModuleLayer::report(Batch batch, const std::vector<Record>& records, int co
     for (size_t i = 0; i < records.size(); ++i) {
         const Record& r = records[i];
         plain[i] = activity_event{r.e, r.a, r.t, r.c};
-        extended[i].event_type = r.e;
-        extended[i].activity = r.a;
-        extended[i].timestamp = r.t;
-        extended[i].confidence = r.c;
-        extended[i].status = r.s;
-        fill(&extended[i].params, r.params);
+        extended[i] = toContextEvent(r);
     }
     bool delivered = false;
     sim::runOnModuleThread([&] {

@@ -3,6 +3,8 @@
 // and the batches it reports through the callback tables the HAL registered.
 #pragma once
 
+#include <activity_recognition_legacy.h>
+
 #include <string>
 #include <vector>
 
@@ -16,6 +18,9 @@ namespace arharness {
 // that delivers death notices: the service host process.
 constexpr int kHostPid = 500;
 constexpr int kHostUid = 1000;
+
+// A record as the module's event structure holds it (x is cut to the 32 bytes it has room for).
+ar_context_event toContextEvent(const Record& record);
 
 class ModuleLayer {
   public:

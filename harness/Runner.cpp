@@ -397,16 +397,8 @@ bool Runner::zel(const Args& args) {
             Record r;
             if (!parseRecord(args[i], Fields::kLongC, &r, &error)) return fail(error);
             if (r.params.x.size() > 32) return fail("x holds at most 32 bytes in a legacy record");
-            ar_context_event event{};
-            event.event_type = r.e;
-            event.activity = r.a;
-            event.timestamp = r.t;
-            event.confidence = r.c;
-            event.status = r.s;
-            for (int k = 0; k < 4; ++k) event.params.params[k] = r.params.p[k];
-            memcpy(event.params.extra, r.params.x.data(), r.params.x.size());
             records.push_back(r);
-            events.push_back(event);
+            events.push_back(toContextEvent(r));
         }
         control->setStatusRecords(events);
         note("setup",
