@@ -50,6 +50,9 @@ struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
             const sp<V1_1::IEnvironmentChangedCallback>& callback) override;
     Return<void> getCurrentEnvironmentV1_1(getCurrentEnvironmentV1_1_cb _hidl_cb) override;
 
+  private:
+    friend struct EnvironmentInterfaceTestPeer;
+
     // Class-wide state: the legacy layer calls back into a plain function, without an object.
     // mListMutex guards both client maps; it is held across registration and across the
     // delivery of a batch, and never together with another lock.
@@ -59,7 +62,6 @@ struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
     static KeyedVector<sp<V1_0::IEnvironmentChangedCallback>, uint64_t> mClientVectorV1_0;
     static const environment_callbacks sEnvCb;  // NOLINT(readability-identifier-naming)
 
-  private:
     // Shared by the links of all clients of both versions. It and its owner hold each other
     // for the life of the process.
     struct RemoteListenerHidlDeathRecipient : public hidl_death_recipient {

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "EnvironmentInterface.h"
+#include "EnvironmentTestPeer.h"
 #include "FailingNew.h"
 #include "LogCapture.h"
 #include "Passthrough.h"
@@ -28,13 +29,12 @@ using ::android::hardware::host::ScopedCallingIdentity;
 using ::android::hidl::base::V1_0::IBase;
 using artest::LoggedOnce;
 using Env = ar::V1_1::implementation::EnvironmentInterface;
+using Peer = ar::V1_1::implementation::EnvironmentInterfaceTestPeer;
 
 constexpr char kTag[] = "AR_impl_Env";
 
 bool listLockHeld() {
-    if (Env::mListMutex.tryLock() != 0) return true;
-    Env::mListMutex.unlock();
-    return false;
+    return ar::V1_1::implementation::EnvironmentInterfaceTestPeer::listLockHeld();
 }
 
 // One delivery: the client, its version (10 or 11) and the number of records.
@@ -291,8 +291,8 @@ TEST_F(EnvironmentClientsTest, DeathRemovesTheObjectFromEachMap) {
                                                "4 ######V1_1 ENV Match, remainder cb[0]!!!######",
                                                "4 finish"};
     EXPECT_EQ(expected, log.withTag(kTag));
-    EXPECT_TRUE(Env::mClientVectorV1_0.isEmpty());
-    EXPECT_TRUE(Env::mClientVectorV1_1.isEmpty());
+    EXPECT_EQ(0u, Peer::clientsV1_0());
+    EXPECT_EQ(0u, Peer::clientsV1_1());
     EXPECT_TRUE(report(1).empty());
     for (const auto& call : simulated_legacy::calls()) EXPECT_NE("disable_environment", call.entry);
 }
@@ -340,8 +340,8 @@ TEST_F(EnvironmentClientsTest, BatchesFromTheModuleThreadWhileClientsRegisterAnd
     }
     for (auto& b : binders) b.join();
     module.join();
-    EXPECT_EQ(1u, Env::mClientVectorV1_1.size());
-    EXPECT_TRUE(Env::mClientVectorV1_0.isEmpty());
+    EXPECT_EQ(1u, Peer::clientsV1_1());
+    EXPECT_EQ(0u, Peer::clientsV1_0());
     std::lock_guard<std::mutex> guard(gJournalLock);
     for (const auto& d : gJournal) EXPECT_EQ(4u, std::get<2>(d));
 }

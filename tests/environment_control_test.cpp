@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "EnvironmentInterface.h"
+#include "EnvironmentTestPeer.h"
 #include "FailingNew.h"
 #include "LogCapture.h"
 #include "Passthrough.h"
@@ -21,14 +22,13 @@ using ::android::hardware::hidl_vec;
 using artest::LoggedOnce;
 using simulated_legacy::Side;
 using Env = ar::V1_1::implementation::EnvironmentInterface;
+using Peer = ar::V1_1::implementation::EnvironmentInterfaceTestPeer;
 using IEnv = ar::V1_1::IEnvironmentInterface;
 
 constexpr char kTag[] = "AR_impl_Env";
 
 bool listLockHeld() {
-    if (Env::mListMutex.tryLock() != 0) return true;
-    Env::mListMutex.unlock();
-    return false;
+    return ar::V1_1::implementation::EnvironmentInterfaceTestPeer::listLockHeld();
 }
 
 ar::V1_0::OtherParams params(const std::string& extra) {
