@@ -171,6 +171,22 @@ void reportPerRecord(benchmark::State& state, int records, int clients) {
             benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
+// One legacy record list converted to its HIDL form, as delivery must do once per batch.
+template <typename Record, typename Convert>
+auto convertAll(const std::vector<Record>& batch, Convert convert) {
+    std::vector<decltype(convert(batch[0]))> converted;
+    converted.reserve(batch.size());
+    for (const Record& record : batch) converted.push_back(convert(record));
+    return converted;
+}
+
+// A freshly allocated copy of the converted list for every client call.
+template <typename Hidl, typename Client, typename Call>
+void deliverCopies(const std::vector<sp<Client>>& clients, const std::vector<Hidl>& converted,
+                   Call call) {
+    for (const auto& client : clients) call(*client, hidl_vec<Hidl>(converted));
+}
+
 // --- activity fan-out ----------------------------------------------------------------------
 void BM_ActivityPlain(benchmark::State& state) {
     const int records = state.range(0), clients = state.range(1);
@@ -185,12 +201,9 @@ void BM_ActivityPlainFloor(benchmark::State& state) {
     ensureActivityClients(clients);
     auto batch = plainRecords(records);
     for (auto _ : state) {
-        std::vector<ar::V1_1::ActivityEventV1_1> converted;
-        converted.reserve(records);
-        for (const auto& e : batch) converted.push_back(ActivityInterface::convertAEToAEV1_1(e));
-        for (const auto& client : service().activityClients) {
-            client->onActivityChangedV1_1(hidl_vec<ar::V1_1::ActivityEventV1_1>(converted));
-        }
+        deliverCopies(
+                service().activityClients, convertAll(batch, ActivityInterface::convertAEToAEV1_1),
+                [](auto& client, const auto& events) { client.onActivityChangedV1_1(events); });
     }
     reportPerRecord(state, records, clients);
 }
@@ -208,13 +221,11 @@ void BM_ActivityExtendedFloor(benchmark::State& state) {
     ensureActivityClients(clients);
     auto batch = contextRecords(records);
     for (auto _ : state) {
-        std::vector<ar::V1_1::ActivityEventExtendV1_1> converted;
-        converted.reserve(records);
-        for (const auto& e : batch) converted.push_back(ActivityInterface::convertACEToAEEV1_1(e));
-        for (const auto& client : service().activityClients) {
-            client->onActivityExtendChangedV1_1(
-                    hidl_vec<ar::V1_1::ActivityEventExtendV1_1>(converted));
-        }
+        deliverCopies(service().activityClients,
+                      convertAll(batch, ActivityInterface::convertACEToAEEV1_1),
+                      [](auto& client, const auto& events) {
+                          client.onActivityExtendChangedV1_1(events);
+                      });
     }
     reportPerRecord(state, records, clients);
 }
@@ -245,20 +256,14 @@ void BM_EnvironmentFloor(benchmark::State& state) {
     ensureEnvironmentClients(clients);
     auto batch = contextRecords(records);
     for (auto _ : state) {
-        std::vector<ar::V1_1::ActivityEventExtendV1_1> v11;
-        std::vector<ar::V1_0::ActivityEventExtend> v10;
-        v11.reserve(records);
-        v10.reserve(records);
-        for (const auto& e : batch) {
-            v11.push_back(ActivityInterface::convertACEToAEEV1_1(e));
-            v10.push_back(ActivityInterface::convertACEToAEEV1_0(e));
-        }
-        for (const auto& client : service().environmentClients11) {
-            client->onEnvironmentChangedV1_1(hidl_vec<ar::V1_1::ActivityEventExtendV1_1>(v11));
-        }
-        for (const auto& client : service().environmentClients10) {
-            client->onEnvironmentChanged(hidl_vec<ar::V1_0::ActivityEventExtend>(v10));
-        }
+        auto v11 = convertAll(batch, ActivityInterface::convertACEToAEEV1_1);
+        auto v10 = convertAll(batch, ActivityInterface::convertACEToAEEV1_0);
+        deliverCopies(service().environmentClients11, v11, [](auto& client, const auto& events) {
+            client.onEnvironmentChangedV1_1(events);
+        });
+        deliverCopies(service().environmentClients10, v10, [](auto& client, const auto& events) {
+            client.onEnvironmentChanged(events);
+        });
     }
     reportPerRecord(state, records, 2 * clients);
 }
