@@ -4,6 +4,13 @@
 // slot order here is fixed; the static_asserts at the end hold them in place.
 #pragma once
 
+// The contract is the 64-bit one (8-byte pointers and table slots): a 32-bit build stops here with
+// one message, and its layout checks below are left out rather than reported one by one. The
+// device build declares the modules that use this header 64-bit only (compile_multilib: "64").
+#if !defined(__LP64__)
+#error "the legacy activity-recognition contract is 64-bit only: build for a 64-bit ABI"
+#endif
+
 #include <hardware/hardware.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -86,6 +93,7 @@ typedef struct activity_recognition_device {
 
 __END_DECLS
 
+#if defined(__LP64__)
 #define AR_LEGACY_CHECK_OFFSET(type, field, offset) \
     static_assert(offsetof(type, field) == (offset), #type "." #field " moved")
 
@@ -137,3 +145,4 @@ AR_LEGACY_CHECK_OFFSET(activity_recognition_device, get_environment_interface,
                        sizeof(hw_device_t) + sizeof(void*));
 
 #undef AR_LEGACY_CHECK_OFFSET
+#endif  // __LP64__

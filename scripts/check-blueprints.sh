@@ -5,7 +5,9 @@
 #            folder, and neither lists a file that does not exist; the library's cflags are the
 #            host build's warning flags, its manifest fragments exist, and it leaves
 #            ZEL_CLIENT_LIBRARY_PATH undefined (the device loads the client library by its
-#            vendor path).
+#            vendor path); every cc_* module of any Android.bp of the tree that uses the legacy
+#            layouts (a source that includes the legacy header, directly or through a header of
+#            the tree, or a dependency on such a module) declares compile_multilib: "64".
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -33,6 +35,87 @@ list_prop() {
         /^\}/ && name == want { for (i = 1; i <= n; i++) print items[i]; found = 1 }
         END { if (!found) { print "no module " want > "/dev/stderr"; exit 1 } }
     ' "$1"
+}
+
+# cc_modules FILE: the names of the cc_* modules of FILE.
+cc_modules() {
+    awk '
+        /^[a-z_]+ *\{/ { cc = ($0 ~ /^cc_[a-z_]+ *\{/) }
+        cc && match($0, /^    name: *"[^"]*"/) {
+            name = $0; sub(/^    name: *"/, "", name); sub(/".*/, "", name); print name
+        }
+    ' "$1"
+}
+
+# string_prop FILE MODULE PROP: the value of string property PROP of the module named MODULE.
+string_prop() {
+    awk -v want="$2" -v prop="$3" '
+        /^[a-z_]+ *\{/ { name = ""; value = "" }
+        match($0, /^    name: *"[^"]*"/) {
+            name = $0; sub(/^    name: *"/, "", name); sub(/".*/, "", name)
+        }
+        match($0, "^    " prop ": *\"[^\"]*\"") {
+            value = $0; sub("^    " prop ": *\"", "", value); sub(/".*/, "", value)
+        }
+        /^\}/ && name == want { print value }
+    ' "$1"
+}
+
+# legacy_users: the sources and headers of the tree that include the legacy contract header,
+# directly or through other headers of the tree.
+legacy_users() {
+    local names=activity_recognition_legacy.h files="" previous
+    while :; do
+        previous=$files
+        files=$(git grep --untracked -lE \
+            "^#[[:space:]]*include[[:space:]]*[<\"]([^>\"]*/)?($(sed 's/\./\\./g' <<<"$names" | paste -sd'|'))[>\"]" \
+            -- '*.h' '*.hpp' '*.c' '*.cc' '*.cpp' | sort -u) || true
+        [[ $files != "$previous" ]] || break
+        names=$({ echo activity_recognition_legacy.h; xargs -rn1 basename <<<"$files"; } | sort -u)
+    done
+    echo "$files"
+}
+
+# check_multilib: every cc_* module that uses the legacy layouts is 64-bit only.
+check_multilib() {
+    local users bp dir name src srcs path dep changed
+    local -A file_of deps uses
+    users=$(legacy_users)
+    shopt -s nullglob globstar
+    while read -r bp; do
+        [[ -f $bp ]] || continue
+        dir=$(dirname "$bp")
+        for name in $(cc_modules "$bp"); do
+            file_of[$name]=$bp
+            deps[$name]=$(for p in shared_libs static_libs whole_static_libs header_libs required; do
+                list_prop "$bp" "$name" "$p"
+            done)
+            mapfile -t srcs < <(list_prop "$bp" "$name" srcs)
+            for src in "${srcs[@]}"; do
+                for path in $dir/$src; do # Soong's globs too
+                    grep -qxF "${path#./}" <<<"$users" && uses[$name]=1
+                done
+            done
+        done
+    done < <(git ls-files --cached --others --exclude-standard -- 'Android.bp' '*/Android.bp')
+    changed=1
+    while ((changed)); do
+        changed=0
+        for name in "${!deps[@]}"; do
+            [[ -z ${uses[$name]:-} ]] || continue
+            for dep in ${deps[$name]}; do
+                if [[ -n ${uses[$dep]:-} ]]; then
+                    uses[$name]=1
+                    changed=1
+                fi
+            done
+        done
+    done
+    for name in "${!uses[@]}"; do
+        [[ $(string_prop "${file_of[$name]}" "$name" compile_multilib) == 64 ]] ||
+            fail "$name (${file_of[$name]}) uses the 64-bit legacy layouts (itself or through a dependency):" \
+                'it must declare compile_multilib: "64"'
+    done
 }
 
 failed=0
@@ -93,6 +176,7 @@ sources)
     for f in $fragments; do
         [[ -f $f ]] || fail "manifest fragment $f does not exist"
     done
+    check_multilib
     ;;
 *)
     echo "usage: $0 format|sources" >&2

@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build ccache clang libclang-rt-14-dev clang-format clang-tidy
-  libgtest-dev libgmock-dev libbenchmark-dev python3
+  libgtest-dev libgmock-dev libbenchmark-dev python3 libc6-dev-i386
   android-libutils-dev android-liblog-dev android-libbase-dev hidl-gen blueprint-tools
 )
 missing=()
