@@ -118,6 +118,7 @@ AR_LEGACY_CHECK_OFFSET(ar_context_event, params, 24);
 static_assert(sizeof(activity_callbacks) == 2 * sizeof(void*), "activity_callbacks size");
 AR_LEGACY_CHECK_OFFSET(activity_callbacks, activity_changed, 0);
 AR_LEGACY_CHECK_OFFSET(activity_callbacks, activity_extend_changed, 8);
+static_assert(sizeof(environment_callbacks) == sizeof(void*), "environment_callbacks size");
 AR_LEGACY_CHECK_OFFSET(environment_callbacks, environment_changed, 0);
 
 static_assert(sizeof(activity_interface) == 7 * sizeof(void*), "activity_interface size");
