@@ -8,22 +8,9 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 dir=${AR_BUILD_DIR:-"$root/build-arm64"}
 
-packages=(
-  crossbuild-essential-arm64 qemu-user
-  android-libutils-dev:arm64 android-liblog-dev:arm64 android-libbase-dev:arm64
+"$root/scripts/setup.sh" crossbuild-essential-arm64 qemu-user \
+  android-libutils-dev:arm64 android-liblog-dev:arm64 android-libbase-dev:arm64 \
   libgtest-dev:arm64 libgmock-dev:arm64 libbenchmark-dev:arm64
-)
-"$root/scripts/setup.sh"
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
-done
-if ((${#missing[@]})); then
-  echo "run-tests-arm64: installing ${missing[*]}"
-  dpkg --print-foreign-architectures | grep -qx arm64 || dpkg --add-architecture arm64
-  apt-get update
-  DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
-fi
 
 # Debian's arm64 libbacktrace (under libutils) needs p7zip's 7z.so, which installs for one
 # architecture only: installing the arm64 package would replace the host's. Its files go into a
