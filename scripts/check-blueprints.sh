@@ -64,11 +64,12 @@ string_prop() {
 # legacy_users: the sources and headers of the tree that include the legacy contract header,
 # directly or through other headers of the tree.
 legacy_users() {
-    local names=activity_recognition_legacy.h files="" previous
+    local names=activity_recognition_legacy.h files="" previous alternatives
     while :; do
         previous=$files
+        alternatives=$(sed 's/\./\\./g' <<<"$names" | paste -sd'|')
         files=$(git grep --untracked -lE \
-            "^#[[:space:]]*include[[:space:]]*[<\"]([^>\"]*/)?($(sed 's/\./\\./g' <<<"$names" | paste -sd'|'))[>\"]" \
+            "^#[[:space:]]*include[[:space:]]*[<\"]([^>\"]*/)?($alternatives)[>\"]" \
             -- '*.h' '*.hpp' '*.c' '*.cc' '*.cpp' | sort -u) || true
         [[ $files != "$previous" ]] || break
         names=$({ echo activity_recognition_legacy.h; xargs -rn1 basename <<<"$files"; } | sort -u)
@@ -87,9 +88,8 @@ check_multilib() {
         dir=$(dirname "$bp")
         for name in $(cc_modules "$bp"); do
             file_of[$name]=$bp
-            deps[$name]=$(for p in shared_libs static_libs whole_static_libs header_libs required; do
-                list_prop "$bp" "$name" "$p"
-            done)
+            deps[$name]=$(for p in shared_libs static_libs whole_static_libs header_libs required
+                          do list_prop "$bp" "$name" "$p"; done)
             mapfile -t srcs < <(list_prop "$bp" "$name" srcs)
             for src in "${srcs[@]}"; do
                 for path in $dir/$src; do # Soong's globs too
@@ -113,8 +113,8 @@ check_multilib() {
     done
     for name in "${!uses[@]}"; do
         [[ $(string_prop "${file_of[$name]}" "$name" compile_multilib) == 64 ]] ||
-            fail "$name (${file_of[$name]}) uses the 64-bit legacy layouts (itself or through a dependency):" \
-                'it must declare compile_multilib: "64"'
+            fail "$name (${file_of[$name]}) uses the 64-bit legacy layouts (itself or through" \
+                'a dependency): it must declare compile_multilib: "64"'
     done
 }
 

@@ -7,8 +7,9 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 header=$root/legacy/activity_recognition_legacy.h
 message=$(sed -n 's/^#error "\(.*\)"$/\1/p' "$header")
 [[ -n $message ]] || { echo "check-legacy-32bit: no #error in $header" >&2; exit 1; }
+includes=(-I"$root/legacy" -I"$root/host_platform/include")
 if out=$(echo '#include "activity_recognition_legacy.h"' |
-         clang++ -m32 -fsyntax-only -x c++ -I"$root/legacy" -I"$root/host_platform/include" - 2>&1); then
+         clang++ -m32 -fsyntax-only -x c++ "${includes[@]}" - 2>&1); then
     echo "check-legacy-32bit: a 32-bit compile of $header succeeded" >&2
     exit 1
 fi
