@@ -13,8 +13,9 @@ set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 
-# Libraries, headers and CMake packages of the target only; programs (hidl-gen, python) are the
-# host's.
+# Libraries, headers and CMake packages of the target only: Debian's multiarch arm64 builds under
+# the host's own root (/usr/lib/aarch64-linux-gnu, through CMAKE_LIBRARY_ARCHITECTURE). Programs
+# (hidl-gen, python) are the host's.
 set(CMAKE_FIND_ROOT_PATH /)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
