@@ -1,4 +1,5 @@
-// Reaches the environment interface's class-wide state from tests. It takes no lock of its own.
+// Tells the environment tests whether the client-map lock is held, for what each call holds it
+// across.
 #pragma once
 
 #include "EnvironmentInterface.h"
@@ -17,8 +18,6 @@ struct EnvironmentInterfaceTestPeer {
         EnvironmentInterface::mListMutex.unlock();
         return false;
     }
-    static size_t clientsV1_0() { return EnvironmentInterface::mClientVectorV1_0.size(); }
-    static size_t clientsV1_1() { return EnvironmentInterface::mClientVectorV1_1.size(); }
 };
 
 }  // namespace implementation
