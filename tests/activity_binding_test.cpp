@@ -37,15 +37,6 @@ class ActivityBindingTest : public ZelActivityTest {
     }
 };
 
-TEST_F(ActivityBindingTest, PropertyFalseKeepsEverythingLegacy) {
-    create(false, 0xffffffff);
-    EXPECT_EQ((Lines{"4 Construct ActivityInterface",
-                     "6 ActivityInterface: [ZEL]zel service not enable!"}),
-              lines());
-    EXPECT_TRUE(simulated_zel::calls().empty());
-    EXPECT_TRUE(routed().empty());
-}
-
 struct Binding {
     const char* name;
     std::vector<int32_t> config;
@@ -77,7 +68,6 @@ TEST_P(ActivityBindingAttemptTest, MaskNamesTheRoutedActivities) {
 const std::string kTry = "4 ActivityInterface:[ZEL]retry count[";
 const std::string kBindFailed =
         "6 ActivityInterface:[ZEL]g_zelSetCallback or g_zelArEnable failed\n";
-const std::string kReadFailed = "6 ActivityInterface:[ZEL]g_zelGetData failed\n";
 const std::string kConfig = "4 ActivityInterface: [ZEL]AR config : 0x";
 INSTANTIATE_TEST_SUITE_P(
         Masks, ActivityBindingAttemptTest,
@@ -85,12 +75,6 @@ INSTANTIATE_TEST_SUITE_P(
                 Binding{"Mask41", {0x41}, {}, {kTry + "0]\n", kConfig + "41"}, {0, 6}},
                 Binding{"Mask80000000", {INT32_MIN}, {}, {kTry + "0]\n", kConfig + "80000000"}, {31}},
                 Binding{"EmptyConfig", {}, {}, {kTry + "0]\n", kConfig + "0"}, {}},
-                Binding{"ThreeFailedReads",
-                        {0x41},
-                        {{Entry::kGetData, {-1, -1, -1}}},
-                        {kTry + "0]\n", kReadFailed, kTry + "1]\n", kReadFailed, kTry + "2]\n",
-                         kReadFailed},
-                        {}},
                 Binding{"MotionThenCallbackFail",
                         {0x2},
                         {{Entry::kMotionEnable, {0}}, {Entry::kSetCallback, {-1}}},
@@ -119,19 +103,18 @@ TEST_F(ActivityBindingTest, SecondInterfaceAborts) {
 // registered; the next one starts with an empty native list and no library functions.
 TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
     create(true);
-    run({{100, 'e', 3, 1, kS, 0, 0, {"ar-on 3,1,1000000000,0,;"}},
-         {100, 'e', 1, 1, kS, 0, 0, {"enable_activity_event(1,1,1000000000)"}},
-         {200, 'e', 1, 1, kS, 0, 0, {"enable_activity_event(1,1,1000000000)"}}});
+    run({on(100, 3, 1, kS, {"ar-on 3,1,1000000000,0,;"}),
+         on(100, 1, 1, kS, {"enable_activity_event(1,1,1000000000)"}),
+         on(200, 1, 1, kS, {"enable_activity_event(1,1,1000000000)"})});
     iface.clear();
     service.clear();
     EXPECT_EQ(1, log.count(4, "AR_impl", "Deconstruct ActivityInterface"));
     create(false);
-    run({{200, 'd', 1, 1, 0, 0, 1, {}},  // another request remains, the native list is empty
-         {300, 'e', 2, 2, kS, 0, 0, {"enable_activity_event(2,2,1000000000)"}},
-         {100, 'd', 1, 1, 0, 0, 0, {"disable_activity_event(1,1)"}},  // erases (2,2) instead
-         {400, 'e', 2, 2, 5 * kS, 0, 0, {"enable_activity_event(2,2,5000000000)"}},
-         {100, 'e', 3, 2, kS, 0, 0, {}}});  // still routed, nothing to send it with
-    EXPECT_EQ(2u, Peer::native(iface).size());
+    run({off(200, 1, 1, {}).fails(),  // another request remains, the native list is empty
+         on(300, 2, 2, kS, {"enable_activity_event(2,2,1000000000)"}),
+         off(100, 1, 1, {"disable_activity_event(1,1)"}),  // erases (2,2) instead
+         on(400, 2, 2, 5 * kS, {"enable_activity_event(2,2,5000000000)"}),
+         on(100, 3, 2, kS, {})});  // still routed, nothing to send it with
 }
 
 // Without a legacy table every path answers its failure.

@@ -28,6 +28,8 @@ int reached(const std::vector<sp<Client>>& clients) {
 // a new object of a known pid replaces the old one without unlinking it. The pid's requests
 // carry over, and the old recipient entry is gone.
 TEST_F(ActivityClientsTest, DuplicatesAtBothVersions) {
+    enable(200, 1, 1);
+    log.clear();
     iface->registerActivityCallback(nullptr);
     iface->registerActivityCallbackV1_1(nullptr);
     auto a = add(0, 100);
@@ -36,7 +38,6 @@ TEST_F(ActivityClientsTest, DuplicatesAtBothVersions) {
     auto other = add(0, 101);
     auto old = add(1, 200);
     reg(1, old);
-    addRequest(200, 1, 1);
     auto replacing = add(1, 200);
     EXPECT_EQ(
             (Lines{"6 invalid Callback", "6 invalid Callback", linked(100, 0, 1),
@@ -55,7 +56,7 @@ TEST_F(ActivityClientsTest, DuplicatesAtBothVersions) {
     EXPECT_EQ(1u, replacing->v11.size());
     old->die();
     EXPECT_EQ((std::vector{replacing->links[0].first, a->links[0].first}), old->unlinked);
-    EXPECT_EQ(1u, Peer::requests().size());
+    EXPECT_EQ(0, disable(200, 1, 1));  // the pid's request is still there
     EXPECT_EQ(3, reached({a, samePid, other, old, replacing}));
 }
 
@@ -138,16 +139,15 @@ TEST_F(ActivityClientsTest, Death) {
     sp<Client> both = new Client(300);
     reg(0, both);
     reg(1, both);
-    addRequest(100, 1, 1);
-    addRequest(200, 1, 1);
-    addRequest(100, 2, 2);
+    enable(100, 1, 1);
+    enable(200, 1, 1);
+    enable(100, 2, 2);
     report(7, {event(1, 1, 5)});
     simulated_legacy::clearCalls();
     log.clear();
     c11->die();
     c10->die();
     both->die();
-    using IBase = ::android::hidl::base::V1_0::IBase;
     wp<IBase> gone = sp<IBase>(new Client(5));
     both->links[0].first->serviceDied(400, gone);
     EXPECT_EQ((Lines{"4 serviceDied, cookie is 100", "4 ######V1_1 Match, remainder cb[1]!!!######",
@@ -159,12 +159,9 @@ TEST_F(ActivityClientsTest, Death) {
               lines());
     // Its own recipient, then the shared 1.0 one.
     EXPECT_EQ((std::vector{c11->links[0].first, c10->links[0].first}), c11->unlinked);
-    EXPECT_EQ(1u, Peer::requests().size());
-    EXPECT_EQ(200u, Peer::requests()[0].pid);
-    EXPECT_EQ(2u, Peer::lastEvents().size());
-    EXPECT_EQ((std::vector<uint64_t>{100, 200}), Peer::packageNames());
     EXPECT_TRUE(simulated_legacy::calls().empty());
     EXPECT_EQ(0, reached({c11, c10, both}));
+    EXPECT_EQ((std::vector{1, 0}), (std::vector{disable(100, 2, 2), disable(200, 1, 1)}));
 }
 
 }  // namespace

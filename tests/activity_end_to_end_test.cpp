@@ -28,11 +28,8 @@ TEST_F(ActivityEndToEndTest, TwoProcessesShareARoutedPair) {
     ar_context_event legacyState{};
     legacyState.timestamp = 50;
     setLegacyState({legacyState});
-    run({{100, 'e', 3, 1, 5000000000, 0, 0, {"ar-on 3,1,5000000000,0,;"}},
-         {200, 'e', 3, 1, 2000000007, 0, 0, {"ar-on 3,1,2000000000,0,;"}}});
-    ASSERT_EQ(1u, Peer::firstReports().size());
-    EXPECT_EQ(200u, Peer::firstReports()[0].pid);
-    EXPECT_EQ(50, Peer::firstReports()[0].timestamp);
+    run({on(100, 3, 1, 5000000000, {"ar-on 3,1,5000000000,0,;"}),
+         on(200, 3, 1, 2000000007, {"ar-on 3,1,2000000000,0,;"})});
 
     // From the library's own thread, then from the legacy module's; type-0 records are dropped.
     ASSERT_TRUE(simulated_zel::notify(
@@ -47,14 +44,12 @@ TEST_F(ActivityEndToEndTest, TwoProcessesShareARoutedPair) {
 
     a->die();
     EXPECT_TRUE(below().empty());
-    ASSERT_EQ(1u, Peer::requests().size());
     simulated_zel::notify(0, 24, simulated_zel::pack({event(1, 3, 3000)}), 4321);
     EXPECT_TRUE(a->v11.empty());
     EXPECT_EQ((Batches{{}, {3000}}), take(b->v10));
     EXPECT_EQ(1, log.count(4, "AR_impl", "ZelNotify: [ZEL]Notify end, pid[4321]"));
 
-    run({{200, 'd', 3, 1, 0, 0, 0, {"ar-off 3,1"}}});
-    EXPECT_TRUE(Peer::requests().empty() && Peer::firstReports().empty());
+    run({off(200, 3, 1, {"ar-off 3,1"})});
     simulated_zel::notify(0, 24, simulated_zel::pack({event(1, 3, 4000)}));
     EXPECT_EQ((Batches{{}, {}}), take(b->v10));
 }
