@@ -1,4 +1,5 @@
-// Intake of activity batches (legacy module and client-library notifications) and their fan-out.
+// Intake of activity batches (legacy module and client-library notifications) and their fan-out;
+// the common paths of matching are in scenarios/activity-intake.scenario.
 #include <unistd.h>
 
 #include "ActivityZelSupport.h"
@@ -20,59 +21,6 @@ Batches take(std::vector<std::vector<Event>>& batches) {
     }
     batches.clear();
     return out;
-}
-
-TEST_F(ActivityEventsTest, BatchesOutside1To192AreRefusedWhole) {
-    auto c10 = add(0, 100);
-    auto c11 = add(1, 200);
-    enable(200, 1, 1);
-    std::vector<activity_event> plain(193, event(1, 1, 5));
-    std::vector<ar_context_event> extended(193);
-    for (int count : {0, 193, -1, 1}) {
-        log.clear();
-        simulated_legacy::reportActivities(count == 1 ? nullptr : plain.data(), count);
-        simulated_legacy::reportExtendedActivities(count == 1 ? nullptr : extended.data(), count);
-        const std::string n = std::to_string(count);
-        EXPECT_EQ((Lines{"4 ActChangedCb start count[" + n + "]",
-                         "6 (ActChangedCb:413) Invalid actChangedCb. Count: " + n,
-                         "6 (ActExtendChangedCb:180) Invalid actExtendChangedCb. Count: " + n}),
-                  lines());
-    }
-    EXPECT_TRUE(c10->v10.empty() && c10->ext10.empty() && c11->v11.empty() && c11->ext11.empty());
-    simulated_legacy::reportActivities(plain.data(), 192);
-    simulated_legacy::reportExtendedActivities(extended.data(), 192);
-    EXPECT_EQ(192u, c11->v11.at(0).size());
-    EXPECT_EQ(192u, c11->ext11.at(0).size());
-    EXPECT_EQ(192u, c10->ext10.at(0).size());
-}
-
-// Type 0 is skipped; each requesting pid gets its own copy; the first-report limit (set when 100
-// joined the pair) is looked up under the pid that delivers the batch, and an equal timestamp
-// passes.
-TEST_F(ActivityEventsTest, Matching) {
-    auto a = add(1, 100);
-    auto b = add(1, 200);
-    auto bystander = add(1, 300);
-    auto c10 = add(0, 400);
-    ar_context_event state{};
-    state.timestamp = 1000;
-    setLegacyState({state});
-    enable(200, 1, 1);
-    enable(100, 1, 1);
-    enable(100, 1, 2);
-    log.clear();
-    report(100, {event(0, 1, 5)});
-    EXPECT_TRUE(c10->v10.empty());
-    report(300, {event(1, 1, 999, 33), event(2, 1, 20)});
-    report(100, {event(1, 1, 999), event(1, 1, 1000)});
-    EXPECT_EQ((Batches{{999, 20}, {1000}}), take(a->v11));
-    EXPECT_EQ((Batches{{999}, {1000}}), take(b->v11));
-    EXPECT_TRUE(bystander->v11.empty() && a->v10.empty());
-    const Lines logged = lines();
-    EXPECT_EQ((Lines{"4 ActChangedCb start count[1]", "4 ActChangedCb end, pid[100]",
-                     "4 ActChangedCb start count[2]", "4 able to onActivityChangedV1_1",
-                     "4 able to onActivityChangedV1_1", "4 ActChangedCb end, pid[300]"}),
-              Lines(logged.begin(), logged.begin() + 6));
 }
 
 // A full batch for many processes: lists long enough to be searched through an index give the
@@ -97,22 +45,6 @@ TEST_F(ActivityEventsTest, FullBatchForManyProcesses) {
         EXPECT_EQ((Batches{wanted, {5000, 6000}}), take(client->v11));
     }
     EXPECT_EQ(2u * kPids, c10->v10.size());  // one call per pid and batch
-}
-
-// A 1.0 client gets one call per pid ever served, in first-served order, mostly empty; the list
-// of pids never shrinks.
-TEST_F(ActivityEventsTest, V1_0ClientsGetEveryPidsEvents) {
-    auto c10 = add(0, 900);
-    enable(300, 3, 1);
-    enable(100, 1, 1);
-    enable(200, 2, 1);
-    report(7, {event(1, 1, 1), event(1, 2, 2), event(1, 3, 3)});
-    EXPECT_EQ((Batches{{1}, {2}, {3}}), take(c10->v10));
-    report(7, {event(1, 2, 4)});
-    EXPECT_EQ((Batches{{}, {4}, {}}), take(c10->v10));
-    disable(300, 3, 1), disable(100, 1, 1), disable(200, 2, 1);
-    report(7, {event(1, 2, 5)});
-    EXPECT_EQ((Batches{{}, {}, {}}), take(c10->v10));
 }
 
 // A failing client is logged and the others are still served. The 1.1 line names the map entry
