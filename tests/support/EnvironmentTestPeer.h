@@ -4,12 +4,7 @@
 
 #include "EnvironmentInterface.h"
 
-namespace vendor {
-namespace quarn {
-namespace hardware {
-namespace activity_recognition {
-namespace V1_1 {
-namespace implementation {
+namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation {
 
 struct EnvironmentInterfaceTestPeer {
     // Whether another thread (or this one) holds the client-map lock right now.
@@ -20,9 +15,4 @@ struct EnvironmentInterfaceTestPeer {
     }
 };
 
-}  // namespace implementation
-}  // namespace V1_1
-}  // namespace activity_recognition
-}  // namespace hardware
-}  // namespace quarn
-}  // namespace vendor
+}  // namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation
