@@ -28,6 +28,8 @@ int reached(const std::vector<sp<Client>>& clients) {
 // a new object of a known pid replaces the old one without unlinking it. The pid's requests
 // carry over, and the old recipient entry is gone.
 TEST_F(ActivityClientsTest, DuplicatesAtBothVersions) {
+    enable(200, 1, 1);
+    log.clear();
     iface->registerActivityCallback(nullptr);
     iface->registerActivityCallbackV1_1(nullptr);
     auto a = add(0, 100);
@@ -36,7 +38,6 @@ TEST_F(ActivityClientsTest, DuplicatesAtBothVersions) {
     auto other = add(0, 101);
     auto old = add(1, 200);
     reg(1, old);
-    addRequest(200, 1, 1);
     auto replacing = add(1, 200);
     EXPECT_EQ(
             (Lines{"6 invalid Callback", "6 invalid Callback", linked(100, 0, 1),
@@ -55,67 +56,32 @@ TEST_F(ActivityClientsTest, DuplicatesAtBothVersions) {
     EXPECT_EQ(1u, replacing->v11.size());
     old->die();
     EXPECT_EQ((std::vector{replacing->links[0].first, a->links[0].first}), old->unlinked);
-    EXPECT_EQ(1u, Peer::requests().size());
+    EXPECT_EQ(0, disable(200, 1, 1));  // the pid's request is still there
     EXPECT_EQ(3, reached({a, samePid, other, old, replacing}));
 }
 
-TEST_F(ActivityClientsTest, WithoutThreadStateClientsAreFiledUnderPidZero) {
-    sp<Client> a = new Client(0);
-    sp<Client> b = new Client(0);
-    ::android::hardware::host::setThreadStateAvailable(false);
-    iface->registerActivityCallbackV1_1(a);
-    iface->registerActivityCallback(a);
-    iface->registerActivityCallback(b);
-    EXPECT_EQ((Lines{"6 IPCThreadState::self() V1_1 returns nullptr", linked(0, 1, 1),
-                     "6 IPCThreadState::self() V1_0 returns nullptr", linked(0, 0, 1),
-                     "6 IPCThreadState::self() V1_0 returns nullptr",
-                     "4 It's already register pid[0] V1_0 callback"}),
-              lines());
-    EXPECT_EQ(0u, a->links.at(1).second);
-}
-
-struct LinkFailure {
-    const char* name;
-    int version;
-    Link link;
-    std::string line;
-};
-void PrintTo(const LinkFailure& p, std::ostream* os) {
-    *os << p.name;
-}
+// Version (0 or 1) and how the link fails.
 class ActivityLinkFailureTest : public ActivityTest,
-                                public ::testing::WithParamInterface<LinkFailure> {};
+                                public ::testing::WithParamInterface<std::tuple<int, Link>> {};
 
-// Not added; a 1.1 recipient filed before linking stays and is found again at death.
+// Not added; a 1.1 recipient filed before linking stays and is found again at death. (The log
+// lines of each failure: the registration scenarios.)
 TEST_P(ActivityLinkFailureTest, ClientIsNotAdded) {
-    const LinkFailure& p = GetParam();
-    auto client = add(p.version, 100, p.link);
-    EXPECT_EQ(Lines{p.line}, lines());
+    const auto [version, link] = GetParam();
+    auto client = add(version, 100, link);
     EXPECT_EQ(0, reached({client}));
     log.clear();
     client->die();
     Lines expected = {"4 serviceDied, cookie is 100", "6 DeathRecipient is nullptr", "4 finish"};
-    if (p.version == 1) expected.erase(expected.begin() + 1);
+    if (version == 1) expected.erase(expected.begin() + 1);
     EXPECT_EQ(expected, lines());
     EXPECT_EQ(std::vector{client->links[0].first}, client->unlinked);
 }
 
-const std::string kBroken =
-        Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "link broke").description();
-INSTANTIATE_TEST_SUITE_P(
-        Versions, ActivityLinkFailureTest,
-        ::testing::Values(
-                LinkFailure{"V1_0Refused", 0, Link::kRefused,
-                            "5 Unable to link to V1_0 ActivityInterface death notifications"},
-                LinkFailure{"V1_0TransportError", 0, Link::kTransportError,
-                            "6 Transaction error in linking to V1_0 ActivityInterface death: " +
-                                    kBroken},
-                LinkFailure{"V1_1Refused", 1, Link::kRefused,
-                            "5 Unable to link to V1_1 ActivityInterface death notifications"},
-                LinkFailure{"V1_1TransportError", 1, Link::kTransportError,
-                            "6 Transaction error in linking to V1_1 ActivityInterface death: " +
-                                    kBroken}),
-        [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Versions, ActivityLinkFailureTest,
+                         ::testing::Combine(::testing::Values(0, 1),
+                                            ::testing::Values(Link::kRefused,
+                                                              Link::kTransportError)));
 
 TEST_F(ActivityClientsTest, RecipientAllocationFailureRegistersNothing) {
     SKIP_WITHOUT_FAILING_NEW();
@@ -138,16 +104,15 @@ TEST_F(ActivityClientsTest, Death) {
     sp<Client> both = new Client(300);
     reg(0, both);
     reg(1, both);
-    addRequest(100, 1, 1);
-    addRequest(200, 1, 1);
-    addRequest(100, 2, 2);
+    enable(100, 1, 1);
+    enable(200, 1, 1);
+    enable(100, 2, 2);
     report(7, {event(1, 1, 5)});
     simulated_legacy::clearCalls();
     log.clear();
     c11->die();
     c10->die();
     both->die();
-    using IBase = ::android::hidl::base::V1_0::IBase;
     wp<IBase> gone = sp<IBase>(new Client(5));
     both->links[0].first->serviceDied(400, gone);
     EXPECT_EQ((Lines{"4 serviceDied, cookie is 100", "4 ######V1_1 Match, remainder cb[1]!!!######",
@@ -159,12 +124,9 @@ TEST_F(ActivityClientsTest, Death) {
               lines());
     // Its own recipient, then the shared 1.0 one.
     EXPECT_EQ((std::vector{c11->links[0].first, c10->links[0].first}), c11->unlinked);
-    EXPECT_EQ(1u, Peer::requests().size());
-    EXPECT_EQ(200u, Peer::requests()[0].pid);
-    EXPECT_EQ(2u, Peer::lastEvents().size());
-    EXPECT_EQ((std::vector<uint64_t>{100, 200}), Peer::packageNames());
     EXPECT_TRUE(simulated_legacy::calls().empty());
     EXPECT_EQ(0, reached({c11, c10, both}));
+    EXPECT_EQ((std::vector{1, 0}), (std::vector{disable(100, 2, 2), disable(200, 1, 1)}));
 }
 
 }  // namespace

@@ -4,29 +4,29 @@
 #include <atomic>
 #include <thread>
 
-#include "ActivityTestSupport.h"
+#include "ActivityZelSupport.h"
 
 namespace {
 
 using namespace artest;
 
-class ActivityConcurrencyTest : public ActivityTest {};
+class ActivityConcurrencyTest : public ZelActivityTest {};
 
 constexpr int kClients = 8;
 
 TEST_F(ActivityConcurrencyTest, EventsRegistrationsAndDeaths) {
-    for (int i = 0; i < kClients; ++i) addRequest(1000 + i, 1, 1);
+    for (int i = 0; i < kClients; ++i) enable(1000 + i, 1, 1);
     auto first = add(0, 999);  // the shared 1.0 recipient exists before the threads start
     std::atomic<bool> stop{false};
     auto events = [&](int pid) {
         ar_context_event extended{};
-        const std::vector<int32_t> zel = {1, 1, 0, 0, 0, 0};  // type 1, activity 1
+        const std::vector<int32_t> zel = simulated_zel::pack({event(1, 1, 0)});
         // The last round starts after `stop`, so after all the work it runs beside.
         for (int n = 0;; ++n) {
             const bool last = stop && n >= 40;
             report(pid, {event(1, 1, n), event(2, 1, n)});
             simulated_legacy::reportExtendedActivities(&extended, 1);
-            Peer::zelNotify(0, 24, zel);
+            simulated_zel::notify(0, 24, zel);
             if (last) break;
         }
     };
@@ -58,12 +58,11 @@ TEST_F(ActivityConcurrencyTest, EventsRegistrationsAndDeaths) {
                 [&] {
                     for (int i = 1; i < kClients; i += 2) v11[i]->die(), v10[i]->die();
                 }});
-    EXPECT_TRUE(Peer::requests().empty());
+    for (int i = 0; i < kClients; ++i) EXPECT_EQ(1, disable(1000 + i, 1, 1));  // erased at death
     std::vector<size_t> before;
     for (const auto& c : v10) before.push_back(c->v10.size());
     report(4, {event(1, 1, 1)});
     for (int i = 0; i < kClients; ++i) EXPECT_EQ(before[i], v10[i]->v10.size());
-    EXPECT_EQ(kClients, static_cast<int>(Peer::packageNames().size()));
     EXPECT_FALSE(first->v10.empty());
 }
 

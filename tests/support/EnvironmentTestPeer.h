@@ -1,14 +1,10 @@
-// Reaches the environment interface's class-wide state from tests. It takes no lock of its own.
+// Tells the environment tests whether the client-map lock is held, for what each call holds it
+// across.
 #pragma once
 
 #include "EnvironmentInterface.h"
 
-namespace vendor {
-namespace quarn {
-namespace hardware {
-namespace activity_recognition {
-namespace V1_1 {
-namespace implementation {
+namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation {
 
 struct EnvironmentInterfaceTestPeer {
     // Whether another thread (or this one) holds the client-map lock right now.
@@ -17,13 +13,6 @@ struct EnvironmentInterfaceTestPeer {
         EnvironmentInterface::mListMutex.unlock();
         return false;
     }
-    static size_t clientsV1_0() { return EnvironmentInterface::mClientVectorV1_0.size(); }
-    static size_t clientsV1_1() { return EnvironmentInterface::mClientVectorV1_1.size(); }
 };
 
-}  // namespace implementation
-}  // namespace V1_1
-}  // namespace activity_recognition
-}  // namespace hardware
-}  // namespace quarn
-}  // namespace vendor
+}  // namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation
