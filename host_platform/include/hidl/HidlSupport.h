@@ -84,8 +84,7 @@ struct hidl_handle {
     void freeHandle();
 
     details::hidl_pointer<const native_handle_t> mHandle{nullptr};
-    bool mOwnsHandle = false;
-    uint8_t mPad[7] = {};
+    bool mOwnsHandle = false;  // padded to 16 bytes, as on the wire
 };
 static_assert(sizeof(hidl_handle) == 16, "hidl_handle layout");
 
