@@ -16,6 +16,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "StateDump.h"
+
 namespace vendor {
 namespace quarn {
 namespace hardware {
@@ -59,6 +61,11 @@ ZelRunCommandFunc g_zelRunCommand = nullptr;
 ZelRunCommandIntFunc g_zelRunCommandInt = nullptr;
 ZelGetDataFunc g_zelGetData = nullptr;
 ZelMotionEnableFunc g_zelArEnable = nullptr;
+// How far the binding got and how many registration attempts it made, for the state dump;
+// written and read like the pointers.
+enum class ZelBinding { kNotEnabled, kLoadFailed, kSymbolsMissing, kRefused, kRegistered };
+ZelBinding g_zelBinding = ZelBinding::kNotEnabled;
+int g_zelAttempts = 0;
 
 constexpr char kZelClient[] = "ar-client";
 }  // namespace
@@ -267,6 +274,7 @@ void BindZelClient(ZelNotifyFunc notify) {
     if (g_zelHandle == nullptr) {
         ALOGE("%s: [ZEL]zel hidl interface dlopen err:%s, used tradition case\n",
               "ActivityInterface", LoaderError());
+        g_zelBinding = ZelBinding::kLoadFailed;
         return;
     }
     g_zelSetCallback = reinterpret_cast<ZelSetCallbackFunc>(dlsym(g_zelHandle, "ZelSetCallback"));
@@ -284,10 +292,13 @@ void BindZelClient(ZelNotifyFunc notify) {
         g_zelGetData = nullptr;
         g_zelArEnable = nullptr;
         ALOGE("%s:[ZEL]zel interface dlsym err:%s\n", "ActivityInterface", LoaderError());
+        g_zelBinding = ZelBinding::kSymbolsMissing;
         return;
     }
+    g_zelBinding = ZelBinding::kRefused;
     for (int attempt = 0; attempt < 3; ++attempt) {
         ALOGI("%s:[ZEL]retry count[%d]\n", "ActivityInterface", attempt);
+        g_zelAttempts = attempt + 1;
         if (!g_zelArEnable(30) || g_zelSetCallback(kZelClient, notify) < 0) {
             ALOGE("%s:[ZEL]g_zelSetCallback or g_zelArEnable failed\n", "ActivityInterface");
             continue;
@@ -303,6 +314,7 @@ void BindZelClient(ZelNotifyFunc notify) {
         for (int bit = 0; bit < 32; ++bit) {
             if ((mask >> bit) & 1u) g_zelSupportedActivities.insert(bit);
         }
+        g_zelBinding = ZelBinding::kRegistered;
         return;
     }
 }
@@ -381,6 +393,8 @@ ActivityInterface::~ActivityInterface() {
         g_zelGetData = nullptr;
         g_zelArEnable = nullptr;
     }
+    g_zelBinding = ZelBinding::kNotEnabled;
+    g_zelAttempts = 0;
 }
 
 V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
@@ -1346,6 +1360,96 @@ Return<void> ActivityInterface::getCurrentActivity(getCurrentActivity_cb _hidl_c
 Return<void> ActivityInterface::getCurrentActivityV1_1(getCurrentActivityV1_1_cb _hidl_cb) {
     _hidl_cb(CurrentActivities(mImpl, "getCurrentActivityV1_1", "V1_1", convertACEToAEEV1_1));
     return Void();
+}
+
+// State dump (ActivityRecognition::debug). Read only: it writes no log line, calls neither the
+// legacy module nor the client library, and changes nothing. The client maps and packageNames are
+// read under mListMutex and the request lists under eventMutex inside it, the order the fan-out
+// takes them in. The lists that enable and disable use without a lock (mEnableToNativeData,
+// g_zelEnableData, the supported set, the binding state and pointers) are read without one here
+// too, as the system's other readers do: a dump racing an enable or disable may show them
+// mid-change.
+
+namespace {
+// The `extra` text, up to its NUL or its 32 bytes, quoted; bytes outside printable ASCII, quotes
+// and backslashes as \xHH.
+std::string QuotedExtra(const other_params& params) {
+    std::string text = "\"";
+    for (size_t i = 0; i < sizeof(params.extra) && params.extra[i] != '\0'; ++i) {
+        const unsigned char c = static_cast<unsigned char>(params.extra[i]);
+        if (c >= 0x20 && c < 0x7f && c != '"' && c != '\\') {
+            text += static_cast<char>(c);
+        } else {
+            AppendFormat(&text, "\\x%02x", c);
+        }
+    }
+    return text + "\"";
+}
+
+bool HasParams(const other_params& params) {
+    return params.params[0] != 0.0 || params.params[1] != 0.0 || params.params[2] != 0.0 ||
+           params.params[3] != 0.0 || params.extra[0] != '\0';
+}
+
+void AppendParams(std::string* out, const other_params& params) {
+    AppendFormat(out, " params[%g,%g,%g,%g] extra[%s]", params.params[0], params.params[1],
+                 params.params[2], params.params[3], QuotedExtra(params).c_str());
+}
+
+void AppendPairs(std::string* out, const char* name, const std::vector<EnableToNativeData>& list) {
+    AppendFormat(out, "%s (%zu):\n", name, list.size());
+    for (const EnableToNativeData& entry : list) {
+        AppendFormat(out, "  pid[%lu] activity[%d] event[%d] latency[%ld]ns noWake[%d]\n",
+                     static_cast<uint64_t>(entry.pid), entry.activity, entry.eventType,
+                     static_cast<int64_t>(entry.reportLatencyNs), entry.noWake);
+    }
+}
+
+void AppendZelBinding(std::string* out) {
+    static const char* const kStates[] = {"not enabled", "load failed", "symbols missing",
+                                          "registration refused", "registered"};
+    AppendFormat(out, "client library: %s (%s), attempts[%d]\n",
+                 kStates[static_cast<int>(g_zelBinding)], g_zelLibPath.c_str(), g_zelAttempts);
+    uint32_t mask = 0;
+    std::string activities;
+    for (int32_t activity : g_zelSupportedActivities) {
+        if (activity >= 0 && activity < 32) mask |= 1u << activity;
+        AppendFormat(&activities, " %d", activity);
+    }
+    AppendFormat(out, "  AR config : 0x%x, supported activities (%zu):%s\n", mask,
+                 g_zelSupportedActivities.size(), activities.c_str());
+}
+}  // namespace
+
+void ActivityInterface::DumpState(std::string* out) const {
+    AppendFormat(out, "legacy activity table: %s\n", mImpl != nullptr ? "present" : "absent");
+    {
+        ::android::Mutex::Autolock lists(mListMutex);
+        AppendClients(out, "V1_1", mClientVectorV1_1);
+        AppendClients(out, "V1_0", mClientVectorV1_0);
+        ::android::Mutex::Autolock events(eventMutex);
+        AppendFormat(out, "mEventData (%zu), in order:\n", mEventData.size());
+        for (const EnableRequestData& request : mEventData) {
+            const bool plain = request.params.params[0] == 0.0;
+            AppendFormat(out, "  pid[%lu] activity[%d] event[%d] latency[%ld]ns %s", request.pid,
+                         request.activity, request.eventType, request.reportLatencyNs,
+                         plain ? "plain" : "extended");
+            if (!plain || HasParams(request.params)) AppendParams(out, request.params);
+            out->append("\n");
+        }
+        AppendFormat(out, "firstReport (%zu):\n", firstReport.size());
+        for (const FirstReport& entry : firstReport) {
+            AppendFormat(out, "  pid[%lu] activity[%d] event[%d] timestamp[%ld]\n", entry.pid,
+                         entry.activity, entry.eventType, entry.timestamp);
+        }
+        AppendFormat(out, "packageNames (%zu):", packageNames.size());
+        for (uint64_t pid : packageNames) AppendFormat(out, " %lu", pid);
+        AppendFormat(out, "\nmLastActivityEvent: %zu entries\n", mLastActivityEvent.size());
+    }
+    AppendPairs(out, "mEnableToNativeData", mEnableToNativeData);
+    AppendPairs(out, "g_zelEnableData", g_zelEnableData);
+    AppendFormat(out, "  ar-on cmdParam:%s\n", BuildZelEnableStr().c_str());
+    AppendZelBinding(out);
 }
 
 }  // namespace implementation

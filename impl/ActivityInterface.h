@@ -102,6 +102,11 @@ struct ActivityInterface : public V1_1::IActivityInterface {
             const sp<V1_1::IActivityChangedCallback>& callback) override;
     Return<void> getCurrentActivityV1_1(getCurrentActivityV1_1_cb _hidl_cb) override;
 
+    // Appends this side's state to the dump of ActivityRecognition::debug: takes mListMutex, then
+    // eventMutex, as the fan-out does, and releases both; writes no log line and calls nothing
+    // below.
+    void DumpState(std::string* out) const;
+
     // Legacy records to HIDL records; used by the environment side too. Their established names
     // are kept.
     // NOLINTBEGIN(readability-identifier-naming)

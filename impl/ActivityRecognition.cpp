@@ -2,10 +2,19 @@
 
 #include "ActivityRecognition.h"
 
+#include <errno.h>
 #include <log/log.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
 #include <utils/Mutex.h>
 
 #include <new>
+
+#include "StateDump.h"
 
 namespace vendor {
 namespace quarn {
@@ -123,6 +132,121 @@ IActivityRecognition* HIDL_FETCH_IActivityRecognition(const char* /* name */) {
     ALOGI("activity_recognition_impl V1.1 open %s result: %d", ACTIVITY_RECOGNITION_HIDL_DEVICE,
           err);
     return service;
+}
+
+// State dump (lshal debug).
+
+namespace {
+constexpr char kDumpUsage[] =
+        "usage: lshal debug vendor.quarn.hardware.activity_recognition@1.1::IActivityRecognition"
+        "/default [OPTION...]\n"
+        "  (none)         the whole report\n"
+        "  --activity     the service and the activity side\n"
+        "  --environment  the service and the environment side\n"
+        "  --help         this text\n";
+
+// The first fd of the handle, or -1.
+int FirstFd(const hidl_handle& handle) {
+    const native_handle_t* native = handle.getNativeHandle();
+    if (native == nullptr || native->numFds < 1) return -1;
+    return native->data[0];
+}
+
+// 0 once all of the text is written, else the errno of the write that failed.
+int WriteAll(int fd, bool socket, const std::string& text) {
+    size_t written = 0;
+    while (written < text.size()) {
+        const char* data = text.data() + written;
+        const size_t size = text.size() - written;
+        const ssize_t n = socket ? send(fd, data, size, MSG_NOSIGNAL) : write(fd, data, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return n < 0 ? errno : EIO;
+        written += static_cast<size_t>(n);
+    }
+    return 0;
+}
+
+// Writes the text, giving up at the first error (a closed or read-only fd writes nothing). A
+// reader that has gone must not kill the process, and signal dispositions are the process's to
+// set, not ours: a socket is written with send(MSG_NOSIGNAL); anything else (a pipe, a file) with
+// write() while SIGPIPE is blocked on this thread, and the SIGPIPE that a failed write raised is
+// taken off this thread's pending set before the mask is restored. A SIGPIPE that was pending
+// before is left for its owner.
+void WriteReport(int fd, const std::string& text) {
+    struct stat info;
+    if (fstat(fd, &info) != 0) return;
+    if (S_ISSOCK(info.st_mode)) {
+        WriteAll(fd, true, text);
+        return;
+    }
+    sigset_t pipeSignal;
+    sigset_t saved;
+    sigset_t pending;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, &saved);
+    const bool alreadyPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+    if (WriteAll(fd, false, text) == EPIPE && !alreadyPending) {
+        const struct timespec noWait = {0, 0};
+        while (sigtimedwait(&pipeSignal, nullptr, &noWait) < 0 && errno == EINTR) {
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+}
+
+// Module texts may be missing.
+const char* OrEmpty(const char* text) {
+    return text != nullptr ? text : "";
+}
+}  // namespace
+
+Return<void> ActivityRecognition::debug(const hidl_handle& fd,
+                                        const hidl_vec<hidl_string>& options) {
+    const int out = FirstFd(fd);
+    if (out >= 0) WriteReport(out, DumpReport(options));
+    return Void();
+}
+
+std::string ActivityRecognition::DumpReport(const hidl_vec<hidl_string>& options) const {
+    bool activity = options.size() == 0;
+    bool environment = options.size() == 0;
+    std::string report;
+    for (const hidl_string& option : options) {
+        if (option == "--activity") {
+            activity = true;
+        } else if (option == "--environment") {
+            environment = true;
+        } else {
+            if (option != "--help") AppendFormat(&report, "unknown option: %s\n", option.c_str());
+            return report + kDumpUsage;
+        }
+    }
+    // The interfaces are read as the getters read them: the activity one through its published
+    // flag, the environment one without a lock.
+    const bool activityExists = mActivityInterfaceReady.load(std::memory_order_acquire);
+    const sp<EnvironmentInterface> environmentInterface = mEnvironmentInterface;
+    report += "== service ==\n";
+    if (mModule != nullptr) {
+        AppendFormat(&report, "legacy module: id \"%s\" name \"%s\" module api 0x%x hal api 0x%x\n",
+                     OrEmpty(mModule->common.id), OrEmpty(mModule->common.name),
+                     mModule->common.module_api_version, mModule->common.hal_api_version);
+    }
+    if (mDevice != nullptr) {
+        AppendFormat(&report, "legacy device: \"%s\" open, version 0x%x\n",
+                     ACTIVITY_RECOGNITION_HIDL_DEVICE, mDevice->common.version);
+    }
+    AppendFormat(&report, "activity interface: %s\nenvironment interface: %s\n",
+                 activityExists ? "created" : "not created",
+                 environmentInterface != nullptr ? "created" : "not created");
+    if (activity && activityExists) {
+        report += "== activity ==\n";
+        mActivityInterface->DumpState(&report);
+    }
+    if (environment && environmentInterface != nullptr) {
+        report += "== environment ==\n";
+        environmentInterface->DumpState(&report);
+    }
+    return report;
 }
 
 }  // namespace implementation

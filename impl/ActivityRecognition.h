@@ -4,6 +4,7 @@
 #include <vendor/quarn/hardware/activity_recognition/1.1/IActivityRecognition.h>
 
 #include <atomic>
+#include <string>
 
 #include "ActivityInterface.h"
 #include "EnvironmentInterface.h"
@@ -17,6 +18,9 @@ namespace V1_1 {
 namespace implementation {
 
 using ::android::sp;
+using ::android::hardware::hidl_handle;
+using ::android::hardware::hidl_string;
+using ::android::hardware::hidl_vec;
 using ::android::hardware::Return;
 
 // The service object: owns the opened legacy device and hands out the one activity interface
@@ -33,7 +37,25 @@ struct ActivityRecognition : public V1_1::IActivityRecognition {
     Return<sp<V1_1::IActivityInterface>> getActivityInterfaceV1_1() override;
     Return<sp<V1_1::IEnvironmentInterface>> getEnvironmentInterfaceV1_1() override;
 
+    // IBase: the state dump behind `lshal debug` and the bug report. Writes a plain-text report
+    // to the handle's first fd: the legacy module and device, which interface objects exist, and
+    // each side's state. Options: none for everything, "--activity" or "--environment" for one
+    // side, "--help" (or any unknown option) for the usage text.
+    // It writes no log line, calls neither lower layer and changes nothing. It takes the activity
+    // side's mListMutex, then its eventMutex, releases both, then takes the environment side's
+    // mListMutex alone; the report is written after all of them are released. A null handle, one
+    // without fds or an fd that cannot be written writes nothing, and a reader that has gone does
+    // not kill the process (no SIGPIPE).
+    // Re-entrancy: a dump waits for a fan-out in progress. A client that asks for a dump from
+    // inside its own event callback, on the delivering thread, would take the non-recursive
+    // mListMutex of that side a second time and deadlock, the same hazard as registering from
+    // inside a callback.
+    Return<void> debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) override;
+
   private:
+    // The text of the report (or the usage text) for these options.
+    std::string DumpReport(const hidl_vec<hidl_string>& options) const;
+
     activity_recognition_device* mDevice;
     activity_recognition_module* mModule;
     sp<ActivityInterface> mActivityInterface;

@@ -9,6 +9,7 @@
 #include <new>
 
 #include "ActivityInterface.h"
+#include "StateDump.h"
 
 namespace vendor {
 namespace quarn {
@@ -375,6 +376,16 @@ Return<void> EnvironmentInterface::getCurrentEnvironmentV1_1(getCurrentEnvironme
     for (int i = 0; i < count; ++i) events[i] = ActivityInterface::convertACEToAEEV1_1(records[i]);
     _hidl_cb(events);
     return Void();
+}
+
+// State dump (ActivityRecognition::debug). Read only: no log line, no call below, no change. The
+// client maps are read under mListMutex, which is taken alone, as everywhere on this side.
+
+void EnvironmentInterface::DumpState(std::string* out) const {
+    AppendFormat(out, "legacy environment table: %s\n", mImpl != nullptr ? "present" : "absent");
+    Mutex::Autolock lock(mListMutex);
+    AppendClients(out, "V1_1", mClientVectorV1_1);
+    AppendClients(out, "V1_0", mClientVectorV1_0);
 }
 
 }  // namespace implementation

@@ -6,6 +6,7 @@
 #include <utils/Mutex.h>
 #include <vendor/quarn/hardware/activity_recognition/1.1/IEnvironmentInterface.h>
 
+#include <string>
 #include <vector>
 
 #include "activity_recognition_legacy.h"
@@ -49,6 +50,10 @@ struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
     Return<void> registerEnvironmentCallbackV1_1(
             const sp<V1_1::IEnvironmentChangedCallback>& callback) override;
     Return<void> getCurrentEnvironmentV1_1(getCurrentEnvironmentV1_1_cb _hidl_cb) override;
+
+    // Appends this side's state to the dump of ActivityRecognition::debug: takes mListMutex alone
+    // and releases it; writes no log line and calls nothing below.
+    void DumpState(std::string* out) const;
 
   private:
     friend struct EnvironmentInterfaceTestPeer;

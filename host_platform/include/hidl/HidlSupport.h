@@ -3,6 +3,7 @@
 // the generated static_asserts hold.
 #pragma once
 
+#include <cutils/native_handle.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
@@ -58,6 +59,34 @@ struct hidl_pointer {
 struct hidl_death_recipient : public virtual RefBase {
     virtual void serviceDied(uint64_t cookie, const wp<::android::hidl::base::V1_0::IBase>& who) = 0;
 };
+
+// A native handle (file descriptors and integers) passed by the caller. Built from a
+// native_handle_t* it only refers to it; a copy clones the handle, fds included, and owns the clone
+// (closed and freed when the copy goes).
+struct hidl_handle {
+    hidl_handle() = default;
+    ~hidl_handle();
+    hidl_handle(const native_handle_t* handle) : mHandle(handle) {}  // NOLINT: implicit
+    hidl_handle(const hidl_handle& other);
+    hidl_handle(hidl_handle&& other) noexcept;
+
+    hidl_handle& operator=(const hidl_handle& other);
+    hidl_handle& operator=(const native_handle_t* handle);
+    hidl_handle& operator=(hidl_handle&& other) noexcept;
+
+    void setTo(native_handle_t* handle, bool shouldOwn = false);
+
+    const native_handle_t* operator->() const { return mHandle; }
+    operator const native_handle_t*() const { return mHandle; }  // NOLINT: implicit
+    const native_handle_t* getNativeHandle() const { return mHandle; }
+
+  private:
+    void freeHandle();
+
+    details::hidl_pointer<const native_handle_t> mHandle{nullptr};
+    bool mOwnsHandle = false;  // padded to 16 bytes, as on the wire
+};
+static_assert(sizeof(hidl_handle) == 16, "hidl_handle layout");
 
 struct hidl_string {
     hidl_string() = default;

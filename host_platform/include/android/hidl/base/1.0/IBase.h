@@ -1,5 +1,5 @@
-// Host stand-in for the HIDL base interface: the death-notification and liveness methods that
-// every interface inherits. Implementations in tests override linkToDeath/unlinkToDeath to act
+// Host stand-in for the HIDL base interface: the death-notification, liveness and debug methods
+// that every interface inherits. Implementations in tests override linkToDeath/unlinkToDeath to act
 // as a remote process.
 #pragma once
 
@@ -34,6 +34,15 @@ struct IBase : virtual public ::android::RefBase {
         return true;
     }
     virtual ::android::hardware::Return<void> ping() { return ::android::hardware::Void(); }
+    // Writes a report of the object's state to the handle's first fd (lshal debug); by default
+    // nothing.
+    virtual ::android::hardware::Return<void> debug(
+            const ::android::hardware::hidl_handle& fd,
+            const ::android::hardware::hidl_vec<::android::hardware::hidl_string>& options) {
+        (void)fd;
+        (void)options;
+        return ::android::hardware::Void();
+    }
 };
 
 }  // namespace V1_0
