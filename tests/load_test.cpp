@@ -3,15 +3,15 @@
 // clients fail their calls, lower-layer calls fail and malformed batches are mixed in. Some
 // processes die while a batch is being delivered to them: the delivery fails and the death notice
 // arrives on another thread meanwhile. Every call takes its own references to the interfaces and
-// drops them on its binder thread, and the HAL holds the last references to the callbacks of dead
-// processes. Bounded in iterations and time. At the end only observable effects are checked:
-// deliveries, calls that reached the lower layers.
+// drops them on its binder thread, and only the HAL holds registered callbacks, so they are freed
+// wherever it lets them go. Bounded in iterations and time. At the end only observable effects
+// are checked: deliveries, calls that reached the lower layers.
 //
 // Some lists of the HAL are unlocked by design (the native list and the client library's list on
 // enable/disable/queries, the last-event list on disable, the recipient lookup on death, the
 // creation of the shared recipients). The test itself keeps calls that touch them from running
-// at once: every call that changes registrations or requests holds `gModel` exclusively, batches
-// and queries hold it shared.
+// at once: every call that changes registrations or requests holds `gModel` exclusively; batches,
+// queries and the death notices of processes that died in a delivery hold it shared.
 #include <android-base/properties.h>
 #include <gtest/gtest.h>
 #include <hwbinder/IPCThreadState.h>
