@@ -19,7 +19,6 @@ fi
 start=$(date +%s)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-chmod 755 "$work"  # apt's download user writes here
 
 if ! apt-get source --print-uris "$src=$srcversion" >/dev/null 2>&1; then
   # "500 http://deb.debian.org/debian bookworm/main amd64 Packages" under the installed version.

@@ -13,7 +13,9 @@ export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 export TSAN_OPTIONS="suppressions=$root/sanitizers/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
 args=(-DAR_SANITIZE="$kind" -DAR_GATES=OFF)
 # ThreadSanitizer sees reference counting only in an instrumented libutils (built once, cached).
-[ "$kind" = thread ] && args+=(-DAR_UTILS_LIB="$("$root/scripts/build-tsan-libutils.sh")")
+if [ "$kind" = thread ]; then
+  args+=(-DAR_UTILS_LIB="$("$root/scripts/build-tsan-libutils.sh")")
+fi
 CC=clang CXX=clang++ "$root/scripts/build.sh" "$dir" "${args[@]}"
 cd "$dir"
 ctest --output-on-failure -j"$(nproc)" "$@"
