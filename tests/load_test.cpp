@@ -190,9 +190,7 @@ class LoadTest : public ::testing::Test {
     void registerCallback(int p, Role role, std::mt19937& rng);
     void enable(int p, int pair, std::mt19937& rng);
     void disable(int p, int pair);
-    void kill(int p);
-    std::vector<std::function<void()>> obituaries(int p);
-    void forget(int p, bool diedMidBatch);
+    void kill(int p, bool inDelivery);
     void deathThread();
 
     // --- reporting threads -------------------------------------------------------------------
@@ -298,27 +296,21 @@ void LoadTest::disable(int p, int pair) {
     processes[p].open.erase(pair);
 }
 
-void LoadTest::kill(int p) {
-    for (const auto& notice : obituaries(p)) notice();
-    forget(p, false);
-}
-
-std::vector<std::function<void()>> LoadTest::obituaries(int p) {
+// Each recipient linked to a live callback of the process hears of its death, then the model
+// forgets the process. The test holds no reference meanwhile: the HAL frees the callbacks.
+void LoadTest::kill(int p, bool inDelivery) {
     Process& process = processes[p];
     std::vector<std::function<void()>> notices;
     for (Slot* slot : process.slots()) {
         if (sp<Callback> callback = slot->callback.promote())
             notices.push_back(callback->obituary());
     }
-    return notices;
-}
-
-void LoadTest::forget(int p, bool diedMidBatch) {
-    Process& process = processes[p];
+    for (const auto& notice : notices) notice();
+    std::lock_guard<std::mutex> guard(expectLock);  // batches read the model beside death notices
     // Only a live 1.1 registration takes the process's requests with it.
     if (process.activity11.got != nullptr) process.open.clear();
     for (Slot* slot : process.slots()) {
-        if (slot->got != nullptr && diedMidBatch) slot->got->diedMidBatch = true;
+        if (inDelivery && slot->got != nullptr) slot->got->diedMidBatch = true;
         *slot = Slot();
     }
     ++figures.deaths;
@@ -337,14 +329,7 @@ void LoadTest::deathThread() {
         queue.unlock();
         {
             std::shared_lock<std::shared_mutex> model(gModel);
-            std::vector<std::function<void()>> notices;
-            {
-                std::lock_guard<std::mutex> guard(expectLock);
-                notices = obituaries(p);
-            }
-            for (const auto& notice : notices) notice();
-            std::lock_guard<std::mutex> guard(expectLock);
-            forget(p, true);
+            kill(p, true);
         }
         queue.lock();
     }
@@ -381,7 +366,7 @@ void LoadTest::binderThread(unsigned seed) {
             activity()->flush();
         } else {
             std::unique_lock<std::shared_mutex> model(gModel);
-            kill(p);
+            kill(p, false);
         }
     }
 }
