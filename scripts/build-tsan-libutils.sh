@@ -47,7 +47,9 @@ while read -r patch; do
 done < <(grep -v '^#' debian/patches/series)
 members=("${dirs[@]/%//*}" "${files[@]}")
 tar -xzf ./*.orig.tar.gz --one-top-level=src --strip-components=1 --wildcards "${members[@]/#/*/}"
-for patch in "${patches[@]}"; do patch -s --no-backup-if-mismatch -d src -p1 <"debian/patches/$patch"; done
+for patch in "${patches[@]}"; do
+  patch -s --no-backup-if-mismatch -d src -p1 <"debian/patches/$patch"
+done
 core=$work/src/system/core
 # The same version and patches as the installed headers.
 diff -r "$core/libutils/include/utils" /usr/include/android/utils >&2
