@@ -11,6 +11,11 @@ export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1"
 export LSAN_OPTIONS="suppressions=$root/sanitizers/lsan.supp:print_suppressions=0"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 export TSAN_OPTIONS="suppressions=$root/sanitizers/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
-CC=clang CXX=clang++ "$root/scripts/build.sh" "$dir" -DAR_SANITIZE="$kind" -DAR_GATES=OFF
+args=(-DAR_SANITIZE="$kind" -DAR_GATES=OFF)
+# ThreadSanitizer sees reference counting only in an instrumented libutils (built once, cached).
+if [ "$kind" = thread ]; then
+  args+=(-DAR_UTILS_LIB="$("$root/scripts/build-tsan-libutils.sh")")
+fi
+CC=clang CXX=clang++ "$root/scripts/build.sh" "$dir" "${args[@]}"
 cd "$dir"
 ctest --output-on-failure -j"$(nproc)" "$@"
