@@ -9,17 +9,10 @@
 #include <utils/StrongPointer.h>
 
 namespace android {
-namespace hidl {
-namespace base {
-namespace V1_0 {
-struct IBase;
-}  // namespace V1_0
-}  // namespace base
-}  // namespace hidl
-
 namespace hardware {
 namespace host {
-// The links of in-process objects, kept by hwbinder's host stand-in.
+// The links of in-process objects (IBase is declared by <hidl/HidlSupport.h>), kept by hwbinder's
+// host stand-in.
 bool linkToProcessDeath(::android::hidl::base::V1_0::IBase* object,
                         const sp<hidl_death_recipient>& recipient, uint64_t cookie);
 void unlinkFromProcessDeath(const ::android::hidl::base::V1_0::IBase* object,
