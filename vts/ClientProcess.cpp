@@ -17,7 +17,7 @@ void runClientThatDies(const std::string& instance,
     EXPECT_EXIT(
             {
                 client(ServiceV1_1::getService(instance));
-                _exit(0);
+                _exit(testing::Test::HasFailure() ? 1 : 0);
             },
             testing::ExitedWithCode(0), "");
     // The death notice reaches the service on one of its binder threads, shortly after the exit.
