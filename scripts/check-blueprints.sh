@@ -3,11 +3,13 @@
 #   format   bpfmt reports no change for any Android.bp of the tree.
 #   sources  the library module lists every impl/*.cpp, each package module every .hal of its
 #            folder, and neither lists a file that does not exist; the library's cflags are the
-#            host build's warning flags, its manifest fragments exist, and it leaves
-#            ZEL_CLIENT_LIBRARY_PATH undefined (the device loads the client library by its
-#            vendor path); every cc_* module of any Android.bp of the tree that uses the legacy
-#            layouts (a source that includes the legacy header, directly or through a header of
-#            the tree, or a dependency on such a module) declares compile_multilib: "64".
+#            host build's warning flags, and it leaves ZEL_CLIENT_LIBRARY_PATH undefined (the
+#            device loads the client library by its vendor path); every cc_* module of any
+#            Android.bp of the tree that uses the legacy layouts (a source that includes the legacy
+#            header, directly or through a header of the tree, or a dependency on such a module)
+#            declares compile_multilib: "64"; the device package's modules (service and
+#            conformance test) list their sources, are 64-bit, and name an init script and
+#            manifest fragment that exist.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -133,6 +135,25 @@ compare() {
     [[ -z $extra ]] || fail "$1 lists files that do not exist:" $extra
 }
 
+# device_module DIR MODULE: the module of DIR/Android.bp lists exactly the .cpp files of DIR
+# itself (host-only sources live in subfolders), is 64-bit only, and every init script and
+# manifest fragment it names exists.
+device_module() {
+    local dir=$1 module=$2 listed f
+    if [[ ! -f $dir/Android.bp ]]; then
+        fail "$dir/Android.bp does not exist"
+        return
+    fi
+    listed=$(list_prop "$dir/Android.bp" "$module" srcs | sed "s|^|$dir/|")
+    compare "$module srcs" "$listed" "$(ls "$dir"/*.cpp)"
+    [[ $(string_prop "$dir/Android.bp" "$module" compile_multilib) == 64 ]] ||
+        fail "$module is not 64-bit only (compile_multilib: \"64\")"
+    for f in $(list_prop "$dir/Android.bp" "$module" init_rc) \
+        $(list_prop "$dir/Android.bp" "$module" vintf_fragments); do
+        [[ -f $dir/$f ]] || fail "$module names $dir/$f, which does not exist"
+    done
+}
+
 case ${1:-} in
 format)
     mapfile -t bps < <(git ls-files --cached --others --exclude-standard -- 'Android.bp' '*/Android.bp')
@@ -171,11 +192,23 @@ sources)
     if grep -q -- '-DZEL_CLIENT_LIBRARY_PATH' Android.bp; then
         fail "the device build must not define ZEL_CLIENT_LIBRARY_PATH"
     fi
-    fragments=$(list_prop Android.bp "$library" vintf_fragments)
-    [[ -n $fragments ]] || fail "$library has no vintf_fragments"
-    for f in $fragments; do
-        [[ -f $f ]] || fail "manifest fragment $f does not exist"
+
+    # ---- Device package: the service (with its init script and manifest fragment, which the
+    # library no longer carries) and the conformance test.
+    service=$package@1.1-service
+    device_module service "$service"
+    rc=$(list_prop service/Android.bp "$service" init_rc)
+    [[ -n $rc ]] || fail "$service has no init_rc"
+    for version in 1.0 1.1; do
+        grep -qx "    interface $package@$version::IActivityRecognition default" "service/$rc" ||
+            fail "service/$rc declares no $package@$version::IActivityRecognition/default"
     done
+    [[ -n $(list_prop service/Android.bp "$service" vintf_fragments) ]] ||
+        fail "$service has no vintf_fragments"
+    [[ -z $(list_prop Android.bp "$library" vintf_fragments) ]] ||
+        fail "$library carries vintf_fragments: they belong to $service"
+    device_module vts VtsHalActivityRecognitionV1_1TargetTest
+    # ---- end of the device package
     check_multilib
     ;;
 *)

@@ -2,6 +2,7 @@
 // the current thread serves. Outside a transaction the identity is the process's own.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 #include <sys/types.h>
 
@@ -36,6 +37,12 @@ int64_t makeCallingIdentityToken(pid_t pid, uid_t uid);
 
 // Makes IPCThreadState::self() answer null on the calling thread (false) or not (true).
 void setThreadStateAvailable(bool available);
+
+// Simulates the death of process `pid`: each link that an in-process object made through the
+// default linkToDeath() while the calling process was `pid` is removed, and its recipient, if it
+// is still alive, hears serviceDied(cookie, object) on the calling thread. Answers the number of
+// links removed.
+size_t simulateProcessDeath(pid_t pid);
 
 // Acts as the given process on this thread for the guard's lifetime.
 class ScopedCallingIdentity {

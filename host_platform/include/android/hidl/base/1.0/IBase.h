@@ -9,6 +9,17 @@
 #include <utils/StrongPointer.h>
 
 namespace android {
+namespace hardware {
+namespace host {
+// The links of in-process objects (IBase is declared by <hidl/HidlSupport.h>), kept by hwbinder's
+// host stand-in.
+bool linkToProcessDeath(::android::hidl::base::V1_0::IBase* object,
+                        const sp<hidl_death_recipient>& recipient, uint64_t cookie);
+void unlinkFromProcessDeath(const ::android::hidl::base::V1_0::IBase* object,
+                            const sp<hidl_death_recipient>& recipient);
+}  // namespace host
+}  // namespace hardware
+
 namespace hidl {
 namespace base {
 namespace V1_0 {
@@ -20,17 +31,17 @@ struct IBase : virtual public ::android::RefBase {
 
     virtual bool isRemote() const { return false; }
 
-    // An in-process object cannot die apart from its caller: linking succeeds and never fires.
+    // An in-process object stands for one that the calling process of the moment handed in: the
+    // link is kept with that process and fires when the host simulates its death
+    // (host::simulateProcessDeath() in <hwbinder/IPCThreadState.h>).
     virtual ::android::hardware::Return<bool> linkToDeath(
             const ::android::sp<::android::hardware::hidl_death_recipient>& recipient,
             uint64_t cookie) {
-        (void)recipient;
-        (void)cookie;
-        return true;
+        return ::android::hardware::host::linkToProcessDeath(this, recipient, cookie);
     }
     virtual ::android::hardware::Return<bool> unlinkToDeath(
             const ::android::sp<::android::hardware::hidl_death_recipient>& recipient) {
-        (void)recipient;
+        ::android::hardware::host::unlinkFromProcessDeath(this, recipient);
         return true;
     }
     virtual ::android::hardware::Return<void> ping() { return ::android::hardware::Void(); }
