@@ -24,25 +24,10 @@ using ::android::hidl::base::V1_0::IBase;
 constexpr char kLibrary[] = "vendor.quarn.hardware.activity_recognition@1.1-impl.so";
 constexpr char kEntryPoint[] = "HIDL_FETCH_IActivityRecognition";
 
-const char* const kReserved[] = {"property", "module", "zel",    "start", "client", "kill",
-                                 "expect",   "log",    "result", "order", "no",     "nothing"};
-
 // Entries of the module that take extra parameters.
 bool takesParams(const std::string& entry) {
     return entry == "enable_activity_event_extend" || entry == "init_environment" ||
            entry == "exit_environment" || entry == "enable_environment";
-}
-
-std::string join(const std::vector<std::string>& parts, const std::string& separator) {
-    std::string text;
-    for (size_t i = 0; i < parts.size(); ++i) text += (i > 0 ? separator : "") + parts[i];
-    return text;
-}
-
-std::string rest(const std::vector<std::string>& args, size_t from) {
-    std::vector<std::string> quoted;
-    for (size_t i = from; i < args.size(); ++i) quoted.push_back(quoteToken(args[i]));
-    return join(quoted, " ");
 }
 
 char priorityLetter(int priority) {
@@ -94,43 +79,152 @@ void Runner::note(const std::string& kind, const std::string& text, const std::s
     mTrace->emit(std::move(event));
 }
 
+// ---- the run ----
+
+Runner::Summary Runner::run(const std::string& name, std::istream& in, const Options& options) {
+    std::string text;
+    if (options.interactive) fputs("ar-harness: one command a line; help lists them\n", stderr);
+    for (int line = 1; options.maxLines == 0 || static_cast<size_t>(line) <= options.maxLines;
+         ++line) {
+        if (options.interactive) fputs("ar-harness> ", stderr);
+        if (!std::getline(in, text)) break;
+        if (runLine(name, line, text)) continue;
+        ++mSummary.errors;
+        fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, mError.c_str());
+        if (mTrace->format() == Format::kJsonl) note("error", mError);
+        if (!options.interactive) break;
+    }
+    if (options.interactive) fputs("\n", stderr);
+    if (mSummary.failed > 0) {
+        fprintf(stderr, "%s: %d expectation%s failed\n", name.c_str(), mSummary.failed,
+                mSummary.failed == 1 ? "" : "s");
+    }
+    return mSummary;
+}
+
 bool Runner::runLine(const std::string& file, int line, const std::string& text) {
     mFile = file;
     mLine = line;
     mError.clear();
+    mTrace->setLocation(file, line);
     Args args;
     std::string error;
     if (!tokenize(text, &args, &error)) return fail(error);
     if (args.empty()) return true;
-    mText = rest(args, 0);
-    mTrace->setLocation(file, line);
     // An expectation looks at the step before it; its check is its line in the trace.
-    if (args[0] != "expect") {
+    if (args[0] != "expect" && args[0] != "help") {
         mTrace->beginStep();
         mResult = Result();
         Event event;
         event.kind = "command";
-        event.text = mText;
-        event.json = ",\"text\":" + jsonString(mText);
+        event.text = rest(args, 0);
+        event.json = ",\"text\":" + jsonString(event.text);
         mTrace->emit(std::move(event));
     }
-    bool ok = command(args);
+    size_t words = 0;
+    mCommand = find(args, &words);
+    bool ok = false;
+    if (mCommand == nullptr) {
+        ok = unknown(args);
+    } else {
+        mCommandWords.assign(args.begin(), args.begin() + words);
+        ok = (this->*mCommand->handler)(args);
+    }
     mModule->flush();
     mZel->flush();
     return ok;
 }
 
-bool Runner::command(const Args& args) {
-    const std::string& word = args[0];
-    if (word == "property") return property(args);
-    if (word == "module") return module(args);
-    if (word == "start") return start(args);
-    if (word == "client") return createClient(args);
-    if (word == "kill") return kill(args);
-    if (word == "expect") return expect(args);
-    if (word == "zel") return zel(args);
-    if (Client* client = findClient(word)) return clientCommand(client, args);
-    return fail("unknown command or client '" + word + "'");
+const Runner::Command* Runner::find(const Args& args, size_t* words) {
+    const Command* best = nullptr;
+    for (const Command& command : commands()) {
+        Args name = splitWords(command.name);
+        size_t i = 0;
+        while (i < name.size() && i < args.size() &&
+               (name[i] == "NAME" ? findClient(args[i]) != nullptr : name[i] == args[i])) {
+            ++i;
+        }
+        if (i == name.size() && (best == nullptr || i > *words)) {
+            best = &command;
+            *words = i;
+        }
+    }
+    return best;
+}
+
+// A line that no command takes: names the closest commands (and clients), or the forms of the
+// command it begins with.
+bool Runner::unknown(const Args& args) {
+    const std::string& word = args[0] == "expect" && args.size() > 1 ? args[1] : args[0];
+    std::vector<std::string> known;
+    std::string forms;
+    for (const Command& command : commands()) {
+        Args name = splitWords(command.name);
+        if (args[0] == "expect" && name[0] == "expect" && name.size() > 1) {
+            known.push_back(name[1]);
+        } else if (args[0] != "expect" && name[0] != "NAME") {
+            known.push_back(name[0]);
+        }
+        if (name[0] == args[0] && args[0] != "expect") {
+            forms += (forms.empty() ? "" : " | ") + form(command);
+        }
+    }
+    if (!forms.empty()) return fail("usage: " + forms);
+    for (const Client& client : mClients) known.push_back(client.state->name);
+    std::string closest = suggestions(word, known);
+    if (args[0] != "expect") return fail("unknown command or client '" + word + "'" + closest);
+    if (args.size() < 2) return fail("usage: expect WHAT ... (help expect lists them)");
+    return fail("expect what? '" + word + "' is neither a kind of expectation nor a client" +
+                closest);
+}
+
+// A second line for an error about an unknown word.
+std::string Runner::suggestions(const std::string& word, const std::vector<std::string>& known) {
+    std::vector<std::string> closest = closestWords(word, known);
+    return closest.empty() ? "\n    help lists the commands"
+                           : "\n    did you mean: " + join(closest, ", ");
+}
+
+bool Runner::failUsage() {
+    Args words = mCommandWords;
+    if (mCommand->synopsis[0] != '\0') words.push_back(mCommand->synopsis);
+    return fail("usage: " + join(words, " "));
+}
+
+std::string Runner::form(const Command& command) {
+    return std::string(command.name) + (command.synopsis[0] != '\0' ? " " : "") + command.synopsis;
+}
+
+bool Runner::reserved(const std::string& name) {
+    for (const Command& command : commands()) {
+        Args words = splitWords(command.name);
+        if (name == words[0] || (words[0] == "expect" && words.size() > 1 && name == words[1])) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// help [COMMAND]
+bool Runner::help(const Args& args) {
+    Args topic(args.begin() + 1, args.end());
+    if (printHelp(stderr, topic)) return true;
+    std::vector<std::string> known;
+    for (const Command& command : commands()) known.push_back(splitWords(command.name)[0]);
+    return fail("no command '" + join(topic, " ") + "'" + suggestions(topic[0], known));
+}
+
+bool Runner::printHelp(FILE* out, const Args& topic) {
+    bool any = false;
+    for (const Command& command : commands()) {
+        Args name = splitWords(command.name);
+        bool matches = topic.size() <= name.size();
+        for (size_t i = 0; matches && i < topic.size(); ++i) matches = name[i] == topic[i];
+        if (!matches) continue;
+        fprintf(out, "  %s\n      %s\n", form(command).c_str(), command.help);
+        any = true;
+    }
+    return any;
 }
 
 Client* Runner::findClient(const std::string& name) {
@@ -142,7 +236,7 @@ Client* Runner::findClient(const std::string& name) {
 
 // property NAME VALUE
 bool Runner::property(const Args& args) {
-    if (args.size() != 3) return fail("usage: property NAME VALUE");
+    if (args.size() != 3) return failUsage();
     if (!::android::base::SetProperty(args[1], args[2])) {
         return fail("the property " + args[1] + " cannot be set");
     }
@@ -151,82 +245,64 @@ bool Runner::property(const Args& args) {
     return true;
 }
 
-bool Runner::module(const Args& args) {
-    const std::string usage =
-            "usage: module absent | result ENTRY CODE | table activity|environment on|off | "
-            "supported activity|environment [NAME...] [count=N] [null] | "
-            "current activity|environment [RECORD...] [count=N] [null] | "
-            "report activities|extended|environments [RECORD...] [count=N] [repeat=N] [null] "
-            "[as=PID] [nostate]";
-    if (args.size() < 2) return fail(usage);
-    const std::string& what = args[1];
-    if (what == "absent") {
-        if (args.size() != 2) return fail("usage: module absent");
-        if (mStarted) return fail("the module is already loaded: write module absent before start");
-        setenv("HAL_LIBRARY_PATH", "/nonexistent/ar-harness", 1);
-        note("setup", "module absent: the module loader finds no module");
-        return true;
+// module absent
+bool Runner::moduleAbsent(const Args& args) {
+    if (args.size() != 2) return failUsage();
+    if (mStarted) return fail("the module is already loaded: write module absent before start");
+    setenv("HAL_LIBRARY_PATH", "/nonexistent/ar-harness", 1);
+    note("setup", "module absent: the module loader finds no module");
+    return true;
+}
+
+// module result ENTRY CODE
+bool Runner::moduleResult(const Args& args) {
+    int32_t code;
+    if (args.size() != 4) return failUsage();
+    if (!ModuleLayer::isEntry(args[2])) return fail("the module has no entry " + args[2]);
+    if (!ModuleLayer::hasResultCode(args[2])) {
+        return fail(args[2] +
+                    " answers no result code (module supported, current or table set its answer)");
     }
-    if (what == "result") {
-        int32_t code;
-        if (args.size() != 4) return fail("usage: module result ENTRY CODE");
-        if (!ModuleLayer::isEntry(args[2])) return fail("the module has no entry " + args[2]);
-        if (!ModuleLayer::hasResultCode(args[2])) {
-            return fail(args[2] +
-                        " answers no result code (module supported, current or table set its "
-                        "answer)");
-        }
-        if (!parseInt32(args[3], &code)) return fail("bad result code '" + args[3] + "'");
-        mModule->setResult(args[2], code);
-        note("setup", "module " + args[2] + " answers " + std::to_string(code));
-        return true;
+    if (!parseInt32(args[3], &code)) return fail("bad result code '" + args[3] + "'");
+    mModule->setResult(args[2], code);
+    note("setup", "module " + args[2] + " answers " + std::to_string(code));
+    return true;
+}
+
+// module table activity|environment on|off
+bool Runner::moduleTable(const Args& args) {
+    if (args.size() != 4 || (args[2] != "activity" && args[2] != "environment") ||
+        (args[3] != "on" && args[3] != "off")) {
+        return failUsage();
     }
-    if (what == "report") return moduleReport(args);
-    if (what != "table" && what != "supported" && what != "current") return fail(usage);
+    mModule->setTable(args[2] == "activity", args[3] == "on");
+    note("setup", "module " + args[2] + " table " + args[3]);
+    return true;
+}
+
+// module supported|current activity|environment NAME...|RECORD... [count=N] [null]
+bool Runner::moduleAnswer(const Args& args) {
     if (args.size() < 3 || (args[2] != "activity" && args[2] != "environment")) {
-        return fail("usage: module " + what + " activity|environment ...");
+        return failUsage();
     }
     bool activity = args[2] == "activity";
-    if (what == "table") {
-        if (args.size() != 4 || (args[3] != "on" && args[3] != "off")) {
-            return fail("usage: module table activity|environment on|off");
-        }
-        mModule->setTable(activity, args[3] == "on");
-        note("setup", "module " + args[2] + " table " + args[3]);
-        return true;
-    }
-    bool hasCount = false;
-    bool null = false;
-    int32_t count = 0;
-    std::vector<std::string> names;
-    std::vector<Record> records;
-    for (size_t i = 3; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg.compare(0, 6, "count=") == 0) {
-            if (!parseInt32(arg.substr(6), &count)) return fail("bad count '" + arg + "'");
-            hasCount = true;
-        } else if (arg == "null") {
-            null = true;
-        } else if (what == "supported") {
-            names.push_back(arg);
-        } else {
-            Record record;
-            std::string error;
-            if (!parseRecord(arg, Fields::kLongC, &record, &error)) return fail(error);
-            records.push_back(record);
-        }
+    bool supported = args[1] == "supported";
+    BatchOptions batch;
+    std::string error;
+    if (!parseBatchOptions(args, 3, "count= null", Fields::kLongC, supported, &batch, &error)) {
+        return fail(error);
     }
     std::string options =
-            std::string(hasCount ? " count=" + std::to_string(count) : "") + (null ? " null" : "");
-    if (what == "supported") {
-        mModule->setList(activity, names, hasCount, count, null);
-        std::vector<std::string> quoted;
-        for (const auto& name : names) quoted.push_back(quoteToken(name));
-        note("setup", "module " + args[2] + " list answers [" + join(quoted, " ") + "]" + options);
+            std::string(batch.hasCount ? " count=" + std::to_string(batch.count) : "") +
+            (batch.null ? " null" : "");
+    if (supported) {
+        mModule->setList(activity, batch.names, batch.hasCount, batch.count, batch.null);
+        note("setup",
+             "module " + args[2] + " list answers [" + rest(batch.names, 0) + "]" + options);
     } else {
-        mModule->setState(activity, records, hasCount, count, null);
+        mModule->setState(activity, batch.records, batch.hasCount, batch.count, batch.null);
         note("setup", "module " + args[2] + " state answers " +
-                              formatRecords(records, Fields::kLongC) + options);
+                              formatRecords(batch.records, Fields::kLongC) + options);
     }
     return true;
 }
@@ -234,7 +310,7 @@ bool Runner::module(const Args& args) {
 // module report activities|extended|environments [RECORD...] [count=N] [repeat=N] [null]
 // [as=PID] [nostate]
 bool Runner::moduleReport(const Args& args) {
-    if (args.size() < 3) return fail("usage: module report activities|extended|environments ...");
+    if (args.size() < 3) return failUsage();
     ModuleLayer::Batch batch;
     Fields fields = Fields::kLongC;
     const char* slot;
@@ -252,42 +328,20 @@ bool Runner::moduleReport(const Args& args) {
         return fail("module report takes activities, extended or environments, not '" + args[2] +
                     "'");
     }
-    std::vector<Record> records;
-    bool hasCount = false;
-    bool null = false;
-    bool noState = false;
-    int32_t count = 0;
-    int32_t repeat = 1;
-    int32_t pid = kHostPid;
-    for (size_t i = 3; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        std::string error;
-        if (arg.compare(0, 6, "count=") == 0) {
-            if (!parseInt32(arg.substr(6), &count)) return fail("bad count '" + arg + "'");
-            hasCount = true;
-        } else if (arg.compare(0, 7, "repeat=") == 0) {
-            if (!parseInt32(arg.substr(7), &repeat) || repeat < 1 || repeat > 10000) {
-                return fail("bad repeat '" + arg + "' (1 to 10000)");
-            }
-        } else if (arg.compare(0, 3, "as=") == 0) {
-            if (!parseInt32(arg.substr(3), &pid)) return fail("bad pid '" + arg + "'");
-        } else if (arg == "null") {
-            null = true;
-        } else if (arg == "nostate") {
-            noState = true;
-        } else if (looksLikeRecord(arg)) {
-            Record record;
-            if (!parseRecord(arg, fields, &record, &error)) return fail(error);
-            if (record.params.x.size() > 32) {
-                return fail("x holds at most 32 bytes in a legacy record");
-            }
-            records.push_back(record);
-        } else {
-            return fail("bad argument '" + arg +
-                        "' (a record such as e=1,a=3,t=1000, or count=, "
-                        "repeat=, null, as=, nostate)");
-        }
+    BatchOptions options;
+    options.pid = kHostPid;
+    std::string error;
+    if (!parseBatchOptions(args, 3, "count= repeat= null as= nostate", fields, false, &options,
+                           &error)) {
+        return fail(error);
     }
+    const std::vector<Record>& records = options.records;
+    bool null = options.null;
+    bool noState = options.noState;
+    int32_t count = options.count;
+    int32_t pid = options.pid;
+    int32_t repeat = options.repeat;
+    bool hasCount = options.hasCount;
     std::vector<Record> batchRecords;
     for (int32_t r = 0; r < repeat; ++r) {
         batchRecords.insert(batchRecords.end(), records.begin(), records.end());
@@ -320,163 +374,141 @@ bool Runner::moduleReport(const Args& args) {
 
 // ---- the client library ----
 
-bool Runner::loadZel() {
+bool Runner::loadZel(bool needed) {
     bool first = mZel->control() == nullptr;
     std::string error;
     if (!mZel->load(&error)) return fail(error);
     if (first && mZel->control() != nullptr) {
         note("setup", "client library libZelClient.so loaded (found by the HAL by its name)");
     }
+    if (needed && mZel->control() == nullptr) {
+        return fail("the client library is absent in this run");
+    }
     return true;
 }
 
-bool Runner::zel(const Args& args) {
-    const std::string usage =
-            "usage: zel library present|no-motion|absent | mask MASK | config [WORD...] | "
-            "status [RECORD...] | queue ENTRY RESULT... | result COMMAND CODE | "
-            "notify [RECORD...] [status=N] [bytes=N] [repeat=N] [null] [as=PID] [nostate]";
-    if (args.size() < 2) return fail(usage);
-    const std::string& what = args[1];
+// zel library present|no-motion|absent
+bool Runner::zelLibrary(const Args& args) {
+    static const std::pair<const char*, ZelLayer::Variant> kVariants[] = {
+            {"present", ZelLayer::Variant::kPresent},
+            {"no-motion", ZelLayer::Variant::kNoMotion},
+            {"absent", ZelLayer::Variant::kAbsent}};
+    auto variant = std::find_if(std::begin(kVariants), std::end(kVariants), [&](const auto& v) {
+        return args.size() == 3 && args[2] == v.first;
+    });
+    if (variant == std::end(kVariants)) return failUsage();
     std::string error;
-    if (what == "library") {
-        ZelLayer::Variant variant;
-        if (args.size() != 3) return fail("usage: zel library present|no-motion|absent");
-        if (args[2] == "present") {
-            variant = ZelLayer::Variant::kPresent;
-        } else if (args[2] == "no-motion") {
-            variant = ZelLayer::Variant::kNoMotion;
-        } else if (args[2] == "absent") {
-            variant = ZelLayer::Variant::kAbsent;
-        } else {
-            return fail("usage: zel library present|no-motion|absent");
-        }
-        if (!mZel->choose(variant, &error)) return fail(error);
-        if (variant == ZelLayer::Variant::kAbsent) {
-            note("setup", "client library absent: the HAL will not find libZelClient.so");
-            return loadZel();
-        }
-        if (!loadZel()) return false;
-        if (variant == ZelLayer::Variant::kNoMotion) {
-            note("setup", "client library without ZelMotionEnable");
-        }
-        return true;
-    }
-    if (what != "mask" && what != "config" && what != "status" && what != "queue" &&
-        what != "result" && what != "notify") {
-        return fail(usage);
+    if (!mZel->choose(variant->second, &error)) return fail(error);
+    if (variant->second == ZelLayer::Variant::kAbsent) {
+        note("setup", "client library absent: the HAL will not find libZelClient.so");
     }
     if (!loadZel()) return false;
-    const ZelControl* control = mZel->control();
-    if (control == nullptr) return fail("the client library is absent in this run");
-    if (what == "notify") return zelNotify(args);
-    if (what == "mask") {
-        int64_t mask;
-        if (args.size() != 3 || !parseInt64(args[2], &mask) || mask < 0 || mask > UINT32_MAX) {
-            return fail("usage: zel mask MASK (a 32-bit number, such as 0x41)");
-        }
-        control->setConfig({static_cast<int32_t>(static_cast<uint32_t>(mask))});
-        char text[32];
-        snprintf(text, sizeof(text), "0x%x", static_cast<uint32_t>(mask));
-        note("setup", std::string("client library \"ar_config\" answers mask ") + text);
-    } else if (what == "config") {
-        std::vector<int32_t> words;
-        for (size_t i = 2; i < args.size(); ++i) {
-            int64_t word;
-            if (!parseInt64(args[i], &word) || word < INT32_MIN || word > UINT32_MAX) {
-                return fail("bad word '" + args[i] + "' (32 bits)");
-            }
-            words.push_back(static_cast<int32_t>(static_cast<uint32_t>(word)));
-        }
-        control->setConfig(words);
-        note("setup", "client library \"ar_config\" answers " + std::to_string(words.size()) +
-                              " word(s): " + rest(args, 2));
-    } else if (what == "status") {
-        std::vector<Record> records;
-        std::vector<ar_context_event> events;
-        for (size_t i = 2; i < args.size(); ++i) {
-            Record r;
-            if (!parseRecord(args[i], Fields::kLongC, &r, &error)) return fail(error);
-            if (r.params.x.size() > 32) return fail("x holds at most 32 bytes in a legacy record");
-            records.push_back(r);
-            events.push_back(toContextEvent(r));
-        }
-        control->setStatusRecords(events);
-        note("setup",
-             "client library \"ar_status\" answers " + formatRecords(records, Fields::kLongC));
-    } else if (what == "queue") {
-        static const std::pair<const char*, simulated_zel::Entry> kEntries[] = {
-                {"ZelSetCallback", simulated_zel::Entry::kSetCallback},
-                {"ZelRunCommand", simulated_zel::Entry::kRunCommand},
-                {"ZelRunCommandInt", simulated_zel::Entry::kRunCommandInt},
-                {"ZelGetData", simulated_zel::Entry::kGetData},
-                {"ZelMotionEnable", simulated_zel::Entry::kMotionEnable}};
-        if (args.size() < 4) return fail("usage: zel queue ENTRY RESULT...");
-        const simulated_zel::Entry* entry = nullptr;
-        for (const auto& known : kEntries) {
-            if (args[2] == known.first) entry = &known.second;
-        }
-        if (entry == nullptr) {
-            return fail("the client library has no entry point " + args[2] +
-                        " (ZelSetCallback, ZelRunCommand, ZelRunCommandInt, ZelGetData, "
-                        "ZelMotionEnable)");
-        }
-        std::vector<int32_t> results;
-        for (size_t i = 3; i < args.size(); ++i) {
-            int32_t result;
-            if (!parseInt32(args[i], &result)) return fail("bad result '" + args[i] + "'");
-            results.push_back(result);
-        }
-        control->queueResults(*entry, results);
-        note("setup", "client library " + args[2] + " answers, call by call: " + rest(args, 3));
-    } else {
-        int32_t code;
-        if (args.size() != 4 || !parseInt32(args[3], &code)) {
-            return fail("usage: zel result COMMAND CODE");
-        }
-        control->setCommandResult(args[2], code);
-        note("setup", "client library command " + args[2] + " answers " + args[3]);
+    if (variant->second == ZelLayer::Variant::kNoMotion) {
+        note("setup", "client library without ZelMotionEnable");
     }
+    return true;
+}
+
+// zel mask MASK
+bool Runner::zelMask(const Args& args) {
+    int64_t mask;
+    if (!loadZel(true)) return false;
+    if (args.size() != 3 || !parseInt64(args[2], &mask) || mask < 0 || mask > UINT32_MAX) {
+        return fail("usage: zel mask MASK (a 32-bit number, such as 0x41)");
+    }
+    mZel->control()->setConfig({static_cast<int32_t>(static_cast<uint32_t>(mask))});
+    char text[32];
+    snprintf(text, sizeof(text), "0x%x", static_cast<uint32_t>(mask));
+    note("setup", std::string("client library \"ar_config\" answers mask ") + text);
+    return true;
+}
+
+// zel config WORD...
+bool Runner::zelConfig(const Args& args) {
+    if (!loadZel(true)) return false;
+    std::vector<int32_t> words;
+    for (size_t i = 2; i < args.size(); ++i) {
+        int64_t word;
+        if (!parseInt64(args[i], &word) || word < INT32_MIN || word > UINT32_MAX) {
+            return fail("bad word '" + args[i] + "' (32 bits)");
+        }
+        words.push_back(static_cast<int32_t>(static_cast<uint32_t>(word)));
+    }
+    mZel->control()->setConfig(words);
+    note("setup", "client library \"ar_config\" answers " + std::to_string(words.size()) +
+                          " word(s): " + rest(args, 2));
+    return true;
+}
+
+// zel status RECORD...
+bool Runner::zelStatus(const Args& args) {
+    BatchOptions batch;
+    std::string error;
+    if (!loadZel(true)) return false;
+    if (!parseBatchOptions(args, 2, "", Fields::kLongC, false, &batch, &error)) return fail(error);
+    std::vector<ar_context_event> events;
+    for (const Record& record : batch.records) events.push_back(toContextEvent(record));
+    mZel->control()->setStatusRecords(events);
+    note("setup",
+         "client library \"ar_status\" answers " + formatRecords(batch.records, Fields::kLongC));
+    return true;
+}
+
+// zel queue ENTRY RESULT...
+bool Runner::zelQueue(const Args& args) {
+    static const std::pair<const char*, simulated_zel::Entry> kEntries[] = {
+            {"ZelSetCallback", simulated_zel::Entry::kSetCallback},
+            {"ZelRunCommand", simulated_zel::Entry::kRunCommand},
+            {"ZelRunCommandInt", simulated_zel::Entry::kRunCommandInt},
+            {"ZelGetData", simulated_zel::Entry::kGetData},
+            {"ZelMotionEnable", simulated_zel::Entry::kMotionEnable}};
+    if (!loadZel(true)) return false;
+    if (args.size() < 4) return failUsage();
+    auto entry = std::find_if(std::begin(kEntries), std::end(kEntries),
+                              [&](const auto& known) { return args[2] == known.first; });
+    if (entry == std::end(kEntries)) {
+        return fail("the client library has no entry point " + args[2] +
+                    " (ZelSetCallback, ZelRunCommand, ZelRunCommandInt, ZelGetData, "
+                    "ZelMotionEnable)");
+    }
+    std::vector<int32_t> results;
+    for (size_t i = 3; i < args.size(); ++i) {
+        int32_t result;
+        if (!parseInt32(args[i], &result)) return fail("bad result '" + args[i] + "'");
+        results.push_back(result);
+    }
+    mZel->control()->queueResults(entry->second, results);
+    note("setup", "client library " + args[2] + " answers, call by call: " + rest(args, 3));
+    return true;
+}
+
+// zel result COMMAND CODE
+bool Runner::zelResult(const Args& args) {
+    int32_t code;
+    if (!loadZel(true)) return false;
+    if (args.size() != 4 || !parseInt32(args[3], &code)) return failUsage();
+    mZel->control()->setCommandResult(args[2], code);
+    note("setup", "client library command " + args[2] + " answers " + args[3]);
     return true;
 }
 
 // zel notify [RECORD...] [status=N] [bytes=N] [repeat=N] [null] [as=PID] [nostate]
 bool Runner::zelNotify(const Args& args) {
-    std::vector<Record> records;
-    int32_t status = 0;
-    int32_t bytes = 0;
-    bool hasBytes = false;
-    int32_t repeat = 1;
-    bool null = false;
-    bool noState = false;
-    int32_t pid = kHostPid;
-    for (size_t i = 2; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        std::string error;
-        if (arg.compare(0, 7, "status=") == 0) {
-            if (!parseInt32(arg.substr(7), &status)) return fail("bad status '" + arg + "'");
-        } else if (arg.compare(0, 6, "bytes=") == 0) {
-            if (!parseInt32(arg.substr(6), &bytes)) return fail("bad byte length '" + arg + "'");
-            hasBytes = true;
-        } else if (arg.compare(0, 7, "repeat=") == 0) {
-            if (!parseInt32(arg.substr(7), &repeat) || repeat < 1 || repeat > 10000) {
-                return fail("bad repeat '" + arg + "' (1 to 10000)");
-            }
-        } else if (arg.compare(0, 3, "as=") == 0) {
-            if (!parseInt32(arg.substr(3), &pid)) return fail("bad pid '" + arg + "'");
-        } else if (arg == "null") {
-            null = true;
-        } else if (arg == "nostate") {
-            noState = true;
-        } else if (looksLikeRecord(arg)) {
-            Record record;
-            if (!parseRecord(arg, Fields::kShortC, &record, &error)) return fail(error);
-            records.push_back(record);
-        } else {
-            return fail("bad argument '" + arg +
-                        "' (a record such as e=1,a=3,t=1000, or status=, "
-                        "bytes=, repeat=, null, as=, nostate)");
-        }
+    BatchOptions options;
+    options.pid = kHostPid;
+    std::string error;
+    if (!loadZel(true) || !parseBatchOptions(args, 2, "status= bytes= repeat= null as= nostate",
+                                             Fields::kShortC, false, &options, &error)) {
+        return mError.empty() ? fail(error) : false;
     }
+    const std::vector<Record>& records = options.records;
+    int32_t status = options.status;
+    int32_t bytes = options.bytes;
+    bool hasBytes = options.hasBytes;
+    int32_t repeat = options.repeat;
+    bool null = options.null;
+    bool noState = options.noState;
+    int32_t pid = options.pid;
     std::vector<activity_event> events;
     for (int32_t r = 0; r < repeat; ++r) {
         for (const Record& rec : records)
@@ -533,7 +565,7 @@ bool Runner::zelNotify(const Args& args) {
 
 // start [INSTANCE]: what the service host does when the service is first asked for.
 bool Runner::start(const Args& args) {
-    if (args.size() > 2) return fail("usage: start [INSTANCE]");
+    if (args.size() > 2) return failUsage();
     if (mStarted) {
         return fail("the service was already started at line " + std::to_string(mStartLine) +
                     "; a run starts it once");
@@ -565,21 +597,14 @@ bool Runner::start(const Args& args) {
 // client NAME pid=PID version=1.0|1.1 activity|environment [link=ok|refuse|error]
 // [calls=ok|fail]
 bool Runner::createClient(const Args& args) {
-    const char* usage =
-            "usage: client NAME pid=PID version=1.0|1.1 activity|environment "
-            "[link=ok|refuse|error] "
-            "[calls=ok|fail]";
-    if (args.size() < 2) return fail(usage);
+    if (args.size() < 2) return failUsage();
     const std::string& name = args[1];
     bool valid = isalpha(static_cast<unsigned char>(name[0]));
     for (char c : name)
         valid = valid && (isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-');
     if (!valid)
         return fail("bad client name '" + name + "' (a letter, then letters, digits, _ or -)");
-    for (const char* word : kReserved) {
-        if (name == word)
-            return fail("'" + name + "' is a word of the language, not a client name");
-    }
+    if (reserved(name)) return fail("'" + name + "' is a word of the language, not a client name");
     if (findClient(name) != nullptr) return fail("the client " + name + " exists already");
     auto state = std::make_shared<ClientState>();
     state->name = name;
@@ -605,7 +630,7 @@ bool Runner::createClient(const Args& args) {
             options.push_back(arg);
         }
     }
-    if (!hasPid || !hasVersion || !hasSide) return fail(usage);
+    if (!hasPid || !hasVersion || !hasSide) return failUsage();
     if (!setClientOptions(state.get(), options, 0, true)) return false;
     mClients.push_back(makeClient(state));
     note("setup",
@@ -634,7 +659,7 @@ bool Runner::setClientOptions(ClientState* state, const Args& args, size_t from,
         }
     }
     if (creating) return true;
-    if (from == args.size()) return fail("usage: NAME set link=...|calls=...");
+    if (from == args.size()) return failUsage();
     const char* links[] = {"ok", "refuse", "error"};
     note("setup", state->label() + " link=" + links[static_cast<int>(state->link)] +
                           " calls=" + (state->failCalls ? "fail" : "ok"));
@@ -644,7 +669,7 @@ bool Runner::setClientOptions(ClientState* state, const Args& args, size_t from,
 // kill NAME: the client's process dies. Every object of the process is dead at once; then each
 // recipient linked to one of them hears of it, on the host's binder thread.
 bool Runner::kill(const Args& args) {
-    if (args.size() != 2) return fail("usage: kill NAME");
+    if (args.size() != 2) return failUsage();
     Client* victim = findClient(args[1]);
     if (victim == nullptr) return fail("no client " + args[1]);
     if (victim->state->dead) return fail(args[1] + " is dead already");
@@ -683,22 +708,6 @@ bool Runner::kill(const Args& args) {
                               " died; nothing was linked to the death of its objects");
     }
     return true;
-}
-
-bool Runner::clientCommand(Client* client, const Args& args) {
-    ClientState& state = *client->state;
-    if (args.size() < 2) return fail("usage: " + state.name + " METHOD [ARGUMENT...]");
-    if (args[1] == "set") return setClientOptions(&state, args, 2, false);
-    if (state.dead) {
-        return fail(state.name + " is dead (its process " + std::to_string(state.pid) +
-                    " died at line " + std::to_string(mDeathLines[state.pid]) + ")");
-    }
-    if (!mStarted) return fail("the service is not started (write start first)");
-    if (mService == nullptr) {
-        return fail("there is no service: " + std::string(kEntryPoint) + " answered null at line " +
-                    std::to_string(mStartLine));
-    }
-    return clientCall(client, args[1], args);
 }
 
 std::string Runner::interfaceName(const void* object) {
@@ -973,8 +982,26 @@ bool Runner::callInterface(Client* client, const std::string& shownArgs, bool no
     return true;
 }
 
-bool Runner::clientCall(Client* client, const std::string& method, const Args& args) {
+// NAME set [link=ok|refuse|error] [calls=ok|fail]
+bool Runner::setClient(const Args& args) {
+    return setClientOptions(findClient(args[0])->state.get(), args, 2, false);
+}
+
+// NAME METHOD ARG...: connect, register and every method of the client's interface.
+bool Runner::clientCall(const Args& args) {
+    Client* client = findClient(args[0]);
     ClientState& state = *client->state;
+    if (args.size() < 2) return failUsage();
+    const std::string& method = args[1];
+    if (state.dead) {
+        return fail(state.name + " is dead (its process " + std::to_string(state.pid) +
+                    " died at line " + std::to_string(mDeathLines[state.pid]) + ")");
+    }
+    if (!mStarted) return fail("the service is not started (write start first)");
+    if (mService == nullptr) {
+        return fail("there is no service: " + std::string(kEntryPoint) + " answered null at line " +
+                    std::to_string(mStartLine));
+    }
     const Side& side = sideOf(state);
     CallArgs call;
     std::string error;
@@ -1111,26 +1138,6 @@ void Runner::traceReturn(const ClientState& state, Result result) {
 
 // ---- expectations ----
 
-bool Runner::expect(const Args& args) {
-    const char* usage =
-            "usage: expect result VALUE... | log PRIORITY TAG TEXT | log-containing PRIORITY TAG "
-            "PART | no log TAG TEXT | "
-            "module nothing|no ENTRY|ENTRY [ARG...] | zel nothing|no NAME|NAME [ARG...] | "
-            "order CLIENT CLIENT... | "
-            "CLIENT nothing|no METHOD|METHOD [RECORD...]";
-    if (args.size() < 2) return fail(usage);
-    const std::string& what = args[1];
-    if (what == "result") return expectResult(args);
-    if (what == "log" || what == "log-containing") return expectLog(args);
-    if (what == "no" && args.size() > 2 && args[2] == "log") return expectNoLog(args);
-    if (what == "module") return expectModule(args);
-    if (what == "zel") return expectZel(args);
-    if (what == "order") return expectOrder(args);
-    if (Client* client = findClient(what)) return expectClient(client, args);
-    return fail("expect what? '" + what + "' is neither a kind of expectation nor a client (" +
-                usage + ")");
-}
-
 void Runner::check(const std::string& expectation, bool ok, const std::string& expected,
                    const std::string& got) {
     Event event;
@@ -1141,8 +1148,8 @@ void Runner::check(const std::string& expectation, bool ok, const std::string& e
                  ",\"expectation\":" + jsonString(expectation);
     if (!ok) event.json += ",\"expected\":" + jsonString(expected) + ",\"got\":" + jsonString(got);
     mTrace->emit(std::move(event));
+    ++(ok ? mSummary.held : mSummary.failed);
     if (!ok) {
-        ++mFailures;
         fprintf(stderr, "%s:%d: expectation failed: %s\n    expected: %s\n    got: %s\n",
                 mFile.c_str(), mLine, expectation.c_str(), expected.c_str(), got.c_str());
     }
@@ -1373,8 +1380,8 @@ bool Runner::expectOrder(const Args& args) {
 }
 
 // expect CLIENT nothing | no METHOD | METHOD [RECORD...]
-bool Runner::expectClient(Client* client, const Args& args) {
-    ClientState& state = *client->state;
+bool Runner::expectClient(const Args& args) {
+    ClientState& state = *findClient(args[1])->state;
     const auto& methods = callbackMethods(state.activity, state.v1_1);
     std::string got;
     if (args.size() < 3)

@@ -43,6 +43,7 @@ class Trace {
     // Runs before every event is printed (not for the events it emits itself): lower layers that
     // only record their calls trace them from here, just ahead of whatever happened next.
     void setBeforeEmit(std::function<void()> hook) { mBeforeEmit = std::move(hook); }
+    Format format() const { return mFormat; }
     // Runs `work` on the events of the current step under the trace's lock.
     void withStep(const std::function<void(std::vector<Event>&)>& work);
 

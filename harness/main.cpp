@@ -62,7 +62,9 @@ void usage(FILE* out) {
             "  no FILE: runs the built-in default scenario\n"
             "  FILE:    runs a scenario file\n"
             "  -:       reads scenario lines from standard input, one at a time\n"
-            "Exit status: 0 all expectations held, 1 an expectation failed, 2 scenario error.\n");
+            "Exit status: 0 all expectations held, 1 an expectation failed, 2 scenario error.\n"
+            "Commands (NAME is a client; help COMMAND in a scenario shows one):\n");
+    arharness::Runner::printHelp(out, {});
 }
 
 }  // namespace
@@ -77,6 +79,12 @@ int main(int argc, char** argv) {
             format = Format::kJsonl;
         } else if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
             usage(stdout);
+            return 0;
+        } else if (strcmp(argv[i], "--commands") == 0) {
+            // Not in the usage: the command forms, one a line, for the README check.
+            for (const auto& command : arharness::Runner::commands()) {
+                printf("%s\n", arharness::Runner::form(command).c_str());
+            }
             return 0;
         } else if (path == nullptr && (argv[i][0] != '-' || strcmp(argv[i], "-") == 0)) {
             path = argv[i];
@@ -125,26 +133,11 @@ int main(int argc, char** argv) {
     gTrace->setBeforeEmit([] { gZel->flush(); });
     gRunner = new arharness::Runner(gTrace, gModule, gZel);
 
-    int errors = 0;
-    std::string text;
-    for (int line = 1; std::getline(*in, text); ++line) {
-        if (gRunner->runLine(name, line, text)) continue;
-        ++errors;
-        fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, gRunner->error().c_str());
-        if (format == Format::kJsonl) {
-            printf("{\"file\":%s,\"line\":%d,\"kind\":\"error\",\"text\":%s}\n",
-                   arharness::jsonString(name).c_str(), line,
-                   arharness::jsonString(gRunner->error()).c_str());
-            fflush(stdout);
-        }
-        if (!interactive) break;
-    }
+    arharness::Runner::Options options;
+    options.interactive = interactive;
+    arharness::Runner::Summary summary = gRunner->run(name, *in, options);
     fflush(stdout);
-    if (errors > 0) return 2;
-    if (gRunner->failures() > 0) {
-        fprintf(stderr, "%s: %d expectation%s failed\n", name.c_str(), gRunner->failures(),
-                gRunner->failures() == 1 ? "" : "s");
-        return 1;
-    }
+    if (summary.errors > 0) return 2;
+    if (summary.failed > 0) return 1;
     return 0;
 }

@@ -4,6 +4,7 @@ for --format=jsonl, that every line of the trace is a JSON object with file, lin
 
 usage: check_harness.py HARNESS CASE
        check_harness.py HARNESS examples_jsonl FOLDER
+       check_harness.py HARNESS readme_commands README
 """
 import json
 import os
@@ -32,7 +33,8 @@ CASES = {
         r"2 expectations failed"], "text"),
     "failed_expectation_jsonl": (["--format=jsonl", "{file}"], FAILING, None, 1, [], "jsonl"),
     "typo": (["{file}"], "start\n# a comment\n\nstrat\nstart\n", None, 2,
-             [r"^\S*typo\.scenario:4: unknown command or client 'strat'$", "!already started"],
+             [r"^\S*typo\.scenario:4: unknown command or client 'strat'$", "!already started",
+              r"^    did you mean: start$"],
              "text"),
     "typo_jsonl": (["--format=jsonl", "{file}"], "start\nclient a pid=1 version=1.2 activity\n",
                    None, 2, [r"typo_jsonl\.scenario:2: usage: client NAME"], "jsonl"),
@@ -96,6 +98,26 @@ def check_examples(harness, folder):
     return 1 if problems else 0
 
 
+def check_readme_commands(harness, readme):
+    """The README's command table lists the harness's commands, in its order, and --help lists
+    each of them."""
+    def run(option):
+        return subprocess.run([harness, option], capture_output=True, text=True, timeout=60).stdout
+    commands = run("--commands").splitlines()
+    with open(readme) as text:
+        rows = re.findall(r"^\| `((?:[^`]|`(?! \|))*)` \|", text.read().split(
+            "| command | what it does |", 1)[1].split("\n\n", 1)[0], re.MULTILINE)
+    documented = [row.replace("\\|", "|") for row in rows]
+    problems = ["README lacks: " + c for c in commands if c not in documented]
+    problems += ["README lists, the harness lacks: " + d for d in documented if d not in commands]
+    if not problems and documented != commands:
+        problems.append("README lists the commands in another order")
+    usage = run("--help")
+    problems += ["--help lacks: " + c for c in commands if "  " + c + "\n" not in usage]
+    print("\n".join(problems))
+    return 1 if problems else 0
+
+
 def check_deterministic(harness):
     """Runs of the default scenario print the same events for each scenario line; only their
     order within a line may differ (the HAL walks its clients in address order)."""
@@ -119,6 +141,8 @@ def main():
     harness, name = sys.argv[1], sys.argv[2]
     if name == "examples_jsonl":
         return check_examples(harness, sys.argv[3])
+    if name == "readme_commands":
+        return check_readme_commands(harness, sys.argv[3])
     if name == "deterministic":
         return check_deterministic(harness)
     args, text, stdin, status, patterns, form = CASES[name]
