@@ -68,6 +68,8 @@ class Runner {
     const std::string& error() const { return mError; }
 
   private:
+    static constexpr char kEntryPoint[] = "HIDL_FETCH_IActivityRecognition";
+
     // What the last call of the current step answered.
     struct Result {
         enum class Type { kNone, kInt, kWord, kStrings, kRecords };

@@ -502,6 +502,11 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
     return true;
 }
 
+char priorityLetter(int priority) {
+    static const char kLetters[] = "??VDIWEFS";
+    return priority >= 0 && priority <= 8 ? kLetters[priority] : '?';
+}
+
 std::string join(const std::vector<std::string>& parts, const std::string& separator) {
     std::string text;
     for (size_t i = 0; i < parts.size(); ++i) text += (i > 0 ? separator : "") + parts[i];

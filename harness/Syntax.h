@@ -89,6 +89,9 @@ struct BatchOptions {
 bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, const char* allowed,
                        Fields fields, bool names, BatchOptions* batch, std::string* error);
 
+// A log priority's letter: V D I W E F (S for silent, ? for others).
+char priorityLetter(int priority);
+
 std::string join(const std::vector<std::string>& parts, const std::string& separator);
 // The tokens from `from` on as scenario text again, quoted where they need it.
 std::string rest(const std::vector<std::string>& tokens, size_t from);

@@ -38,16 +38,11 @@ namespace {
 using arharness::Event;
 using arharness::Format;
 
-char priorityLetter(int priority) {
-    static const char kLetters[] = "??VDIWEFS";
-    return priority >= 0 && priority <= 8 ? kLetters[priority] : '?';
-}
-
 void traceLogger(const struct __android_logger_data* data, const char* message) {
     Event event;
     event.kind = "log";
     event.subject = data->tag != nullptr ? data->tag : "";
-    event.name = std::string(1, priorityLetter(data->priority));
+    event.name = std::string(1, arharness::priorityLetter(data->priority));
     event.detail = message != nullptr ? message : "";
     event.text = event.name + " " + event.subject + ": " + arharness::escapeText(event.detail);
     event.json = ",\"priority\":" + arharness::jsonString(event.name) +
