@@ -52,17 +52,11 @@ bool Runner::kill(const Args& args) {
         // The HAL may unlink while it hears of the death: walk a copy.
         auto links = client->state->links;
         for (const auto& link : links) {
-            Event event;
-            event.kind = "death";
-            event.subject = client->state->name;
+            Event event = client->state->event(
+                    "death", "{client}[{pid}] died: serviceDied(cookie {cookie})");
             event.name = "serviceDied";
             event.detail = std::to_string(link.second);
-            event.text = client->state->label() + " died: serviceDied(cookie " +
-                         std::to_string(link.second) + ")";
-            event.json = ",\"client\":" + jsonString(client->state->name) +
-                         ",\"pid\":" + std::to_string(pid) +
-                         ",\"cookie\":" + std::to_string(link.second);
-            mTrace->emit(std::move(event));
+            mTrace->emit(std::move(event.addNumber("cookie", static_cast<int64_t>(link.second))));
             link.first->serviceDied(link.second, wp<IBase>(client->object));
             ++notices;
         }
@@ -470,28 +464,20 @@ bool Runner::clientCall(const Args& args) {
 
 void Runner::traceCall(const ClientState& state, const std::string& method,
                        const std::string& args) {
-    Event event;
-    event.kind = "call";
-    event.subject = state.name;
+    Event event = state.event("call", "{client}[{pid}] {method}({args})");
     event.name = method;
     event.detail = args;
-    event.text = state.label() + " " + method + "(" + args + ")";
-    event.json = ",\"client\":" + jsonString(state.name) + ",\"pid\":" + std::to_string(state.pid) +
-                 ",\"method\":" + jsonString(method) + ",\"args\":" + jsonString(args);
-    mTrace->emit(std::move(event));
+    mTrace->emit(std::move(event.addString("method", method).addString("args", args)));
 }
 
 void Runner::traceReturn(const ClientState& state, Result result) {
-    Event event;
-    event.kind = "return";
-    event.subject = state.name;
+    bool answered = result.type != Result::Type::kNone;
+    Event event = state.event("return", answered ? "{client}[{pid}] {method} = {result}"
+                                                 : "{client}[{pid}] {method}");
     event.name = result.method;
     event.detail = result.text;
-    event.text = state.label() + " " + result.method;
-    if (result.type != Result::Type::kNone) event.text += " = " + result.text;
-    event.json = ",\"client\":" + jsonString(state.name) + ",\"pid\":" + std::to_string(state.pid) +
-                 ",\"method\":" + jsonString(result.method);
-    if (result.type != Result::Type::kNone) event.json += ",\"result\":" + result.json;
+    event.addString("method", result.method);
+    if (answered) event.add("result", result.text, result.json);
     mTrace->emit(std::move(event));
     mResult = std::move(result);
 }

@@ -32,13 +32,11 @@ bool parsePriority(const std::string& text, char* letter) {
 
 void Runner::check(const std::string& expectation, bool ok, const std::string& expected,
                    const std::string& got) {
-    Event event;
-    event.kind = "check";
-    event.text = (ok ? "ok     expect " : "FAILED expect ") + expectation;
-    if (!ok) event.text += ": expected " + expected + "; got " + got;
-    event.json = ",\"ok\":" + std::string(ok ? "true" : "false") +
-                 ",\"expectation\":" + jsonString(expectation);
-    if (!ok) event.json += ",\"expected\":" + jsonString(expected) + ",\"got\":" + jsonString(got);
+    Event event("check", ok ? "{ok} expect {expectation}"
+                            : "{ok} expect {expectation}: expected {expected}; got {got}");
+    event.add("ok", ok ? "ok    " : "FAILED", ok ? "true" : "false")
+            .addString("expectation", expectation);
+    if (!ok) event.addString("expected", expected).addString("got", got);
     mTrace->emit(std::move(event));
     ++(ok ? mSummary.held : mSummary.failed);
     if (!ok) {
@@ -66,7 +64,7 @@ bool Runner::consumeIf(const std::string& kind, const std::string& subject,
                 found = true;
                 return;
             }
-            seen.push_back(event.text);
+            seen.push_back(event.line());
         }
     });
     *got = seen.empty() ? "nothing" : join(seen, " | ");
@@ -80,7 +78,7 @@ bool Runner::nothingElse(const std::string& kind, const std::string& subject,
         for (const Event& event : events) {
             if (event.kind == kind && event.subject == subject && !event.consumed &&
                 (name.empty() || event.name == name)) {
-                seen.push_back(event.text);
+                seen.push_back(event.line());
             }
         }
     });
@@ -170,7 +168,7 @@ bool Runner::expectNoLog(const Args& args) {
         for (const Event& event : events) {
             if (event.kind == "log" && event.subject == args[3] &&
                 event.detail.find(args[4]) != std::string::npos) {
-                seen.push_back(event.text);
+                seen.push_back(event.line());
             }
         }
     });

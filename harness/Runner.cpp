@@ -12,11 +12,10 @@ bool Runner::fail(const std::string& message) {
     return false;
 }
 
-void Runner::note(const std::string& kind, const std::string& text, const std::string& json) {
-    Event event;
-    event.kind = kind;
-    event.text = text;
-    event.json = ",\"text\":" + jsonString(text) + json;
+void Runner::note(const std::string& kind, const std::string& text,
+                  const std::vector<Event::Field>& more) {
+    Event event(kind, "{text}");
+    event.addString("text", text).fields.insert(event.fields.end(), more.begin(), more.end());
     mTrace->emit(std::move(event));
 }
 
@@ -56,11 +55,7 @@ bool Runner::runLine(const std::string& file, int line, const std::string& text)
     if (args[0] != "expect" && args[0] != "help") {
         mTrace->beginStep();
         mResult = Result();
-        Event event;
-        event.kind = "command";
-        event.text = rest(args, 0);
-        event.json = ",\"text\":" + jsonString(event.text);
-        mTrace->emit(std::move(event));
+        note("command", rest(args, 0));
     }
     size_t words = 0;
     mCommand = find(args, &words);

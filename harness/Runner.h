@@ -89,7 +89,9 @@ class Runner {
     static std::string suggestions(const std::string& word, const std::vector<std::string>& known);
     bool help(const Args& args);
     Client* findClient(const std::string& name);
-    void note(const std::string& kind, const std::string& text, const std::string& json = "");
+    // An event that shows a text, with more fields for tools.
+    void note(const std::string& kind, const std::string& text,
+              const std::vector<Event::Field>& more = {});
     // Words that begin a command, or follow `expect` and so select an expectation.
     static bool reserved(const std::string& name);
 

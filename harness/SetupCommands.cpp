@@ -23,7 +23,7 @@ bool Runner::property(const Args& args) {
         return fail("the property " + args[1] + " cannot be set");
     }
     note("setup", "property " + args[1] + " = " + quoteToken(args[2]),
-         ",\"name\":" + jsonString(args[1]) + ",\"value\":" + jsonString(args[2]));
+         {{"name", args[1], jsonString(args[1])}, {"value", args[2], jsonString(args[2])}});
     return true;
 }
 
@@ -277,12 +277,14 @@ bool Runner::createClient(const Args& args) {
     if (!hasPid || !hasVersion || !hasSide) return failUsage();
     if (!setClientOptions(state.get(), options, 0, true)) return false;
     mClients.push_back(makeClient(state));
-    note("setup",
-         "client " + state->label() + " version " + (state->v1_1 ? "1.1 " : "1.0 ") +
-                 (state->activity ? "activity" : "environment") + " client",
-         ",\"client\":" + jsonString(name) + ",\"pid\":" + std::to_string(state->pid) +
-                 ",\"version\":" + (state->v1_1 ? "\"1.1\"" : "\"1.0\"") +
-                 ",\"side\":" + (state->activity ? "\"activity\"" : "\"environment\""));
+    std::string version = state->v1_1 ? "1.1" : "1.0";
+    std::string side = state->activity ? "activity" : "environment";
+    std::string pid = std::to_string(state->pid);
+    note("setup", "client " + state->label() + " version " + version + " " + side + " client",
+         {{"client", name, jsonString(name)},
+          {"pid", pid, pid},
+          {"version", version, jsonString(version)},
+          {"side", side, jsonString(side)}});
     return true;
 }
 

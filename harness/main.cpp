@@ -39,15 +39,12 @@ using arharness::Event;
 using arharness::Format;
 
 void traceLogger(const struct __android_logger_data* data, const char* message) {
-    Event event;
-    event.kind = "log";
+    Event event("log", "{priority} {tag}: {text}");
     event.subject = data->tag != nullptr ? data->tag : "";
     event.name = std::string(1, arharness::priorityLetter(data->priority));
     event.detail = message != nullptr ? message : "";
-    event.text = event.name + " " + event.subject + ": " + arharness::escapeText(event.detail);
-    event.json = ",\"priority\":" + arharness::jsonString(event.name) +
-                 ",\"tag\":" + arharness::jsonString(event.subject) +
-                 ",\"text\":" + arharness::jsonString(event.detail);
+    event.addString("priority", event.name).addString("tag", event.subject);
+    event.add("text", arharness::escapeText(event.detail), arharness::jsonString(event.detail));
     gTrace->emit(std::move(event));
 }
 
