@@ -23,11 +23,13 @@ void Runner::note(const std::string& kind, const std::string& text,
 
 Runner::Summary Runner::run(const std::string& name, std::istream& in, const Options& options) {
     std::string text;
+    int lines = 0;
     if (options.interactive) fputs("ar-harness: one command a line; help lists them\n", stderr);
     for (int line = 1; options.maxLines == 0 || static_cast<size_t>(line) <= options.maxLines;
          ++line) {
         if (options.interactive) fputs("ar-harness> ", stderr);
         if (!std::getline(in, text)) break;
+        lines = line;
         if (runLine(name, line, text)) continue;
         ++mSummary.errors;
         fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, mError.c_str());
@@ -35,6 +37,10 @@ Runner::Summary Runner::run(const std::string& name, std::istream& in, const Opt
         if (!options.interactive) break;
     }
     if (options.interactive) fputs("\n", stderr);
+    Event summary("summary", "{held} expectations held, {failed} failed, {errors} scenario errors");
+    summary.addNumber("held", mSummary.held).addNumber("failed", mSummary.failed);
+    mTrace->setLocation(name, lines);
+    mTrace->emit(std::move(summary.addNumber("errors", mSummary.errors)));
     if (mSummary.failed > 0) {
         fprintf(stderr, "%s: %d expectation%s failed\n", name.c_str(), mSummary.failed,
                 mSummary.failed == 1 ? "" : "s");

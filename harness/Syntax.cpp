@@ -459,10 +459,11 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
             return o.back() == '=' ? token.compare(0, o.size(), o) == 0 : token == o;
         });
         std::string value = option != options.end() ? token.substr(option->size()) : "";
-        auto bad = [&](const char* what) {
-            *error = std::string("bad ") + what + " '" + token + "'";
+        auto bad = [&](const char* what, const std::string& hint = "") {
+            *error = std::string("bad ") + what + " '" + token + "'" + hint;
             return false;
         };
+        const std::string limit = " (at most " + std::to_string(kMaxBatch) + ")";
         if (option == options.end()) {
             if (names) {
                 batch->names.push_back(token);
@@ -482,22 +483,27 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
             batch->records.push_back(record);
         } else if (*option == "count=") {
             if (!parseInt32(value, &batch->count)) return bad("count");
+            if (batch->count > kMaxBatch) return bad("count", limit);
             batch->hasCount = true;
         } else if (*option == "repeat=") {
             if (!parseInt32(value, &batch->repeat) || batch->repeat < 1 || batch->repeat > 10000) {
-                *error = "bad repeat '" + token + "' (1 to 10000)";
-                return false;
+                return bad("repeat", " (1 to 10000)");
             }
         } else if (*option == "status=") {
             if (!parseInt32(value, &batch->status)) return bad("status");
         } else if (*option == "bytes=") {
             if (!parseInt32(value, &batch->bytes)) return bad("byte length");
+            if (batch->bytes > kMaxBatch) return bad("byte length", limit);
             batch->hasBytes = true;
         } else if (*option == "as=") {
             if (!parseInt32(value, &batch->pid)) return bad("pid");
         } else {
             (*option == "null" ? batch->null : batch->noState) = true;
         }
+    }
+    if (batch->records.size() * batch->repeat > static_cast<size_t>(kMaxBatch)) {
+        *error = "a batch holds at most " + std::to_string(kMaxBatch) + " records";
+        return false;
     }
     return true;
 }

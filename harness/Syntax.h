@@ -72,7 +72,9 @@ std::string jsonString(const std::string& text);
 // A batch that a lower layer answers or reports, as a command writes it after its fixed words:
 // records (or, where `names` is asked for, names), and the options that `allowed` lists, out of
 // count=N, repeat=N (1 to 10000), status=N, bytes=N, as=PID, null and nostate. Records with an x
-// longer than the 32 bytes of a legacy record are refused.
+// longer than the 32 bytes of a legacy record are refused, and so are batches, counts and byte
+// lengths beyond kMaxBatch, which would only exhaust the memory.
+constexpr int32_t kMaxBatch = 100000;
 struct BatchOptions {
     std::vector<Record> records;
     std::vector<std::string> names;

@@ -60,10 +60,20 @@ CASES = {
 }
 
 
-def check_jsonl(stdout):
+# The summary that ends the JSON Lines trace of a case: expectations held, failed, errors.
+SUMMARIES = {"failed_expectation_jsonl": (1, 2, 0), "typo_jsonl": (0, 0, 1)}
+
+
+def check_jsonl(stdout, summary=None):
     lines = stdout.splitlines()
     if not lines:
         return "no trace"
+    last = json.loads(lines[-1]) if lines[-1].startswith("{") else {}
+    counts = tuple(last.get(k) for k in ("held", "failed", "errors"))
+    if last.get("kind") != "summary" or not all(isinstance(c, int) for c in counts):
+        return "the trace does not end with its summary: " + lines[-1]
+    if summary is not None and counts != summary:
+        return "summary %s, expected %s" % (counts, summary)
     for number, line in enumerate(lines, 1):
         try:
             event = json.loads(line)
@@ -161,7 +171,7 @@ def main():
         if bool(re.search(pattern.lstrip("!"), run.stderr, re.MULTILINE)) == absent:
             problems.append("stderr %s: %s" % ("matches" if absent else "does not match", pattern))
     if form == "jsonl":
-        problem = check_jsonl(run.stdout)
+        problem = check_jsonl(run.stdout, SUMMARIES.get(name))
         if problem:
             problems.append(problem)
     if problems:
