@@ -177,24 +177,36 @@ bool Runner::expectNoLog(const Args& args) {
     return true;
 }
 
-// expect module nothing | no ENTRY | ENTRY [ARG...] [p=...] [x=...]
-bool Runner::expectModule(const Args& args) {
-    if (args.size() < 3) return fail("usage: expect module nothing|no ENTRY|ENTRY [ARG...]");
-    std::string got;
-    if (args[2] == "nothing") {
-        if (args.size() != 3) return fail("usage: expect module nothing");
-        check(rest(args, 1), nothingElse("module", "module", "", &got),
-              "no (other) call to reach the module", got);
-        return true;
-    }
-    if (args[2] == "no") {
-        if (args.size() != 4 || !ModuleLayer::isEntry(args[3])) {
-            return fail("usage: expect module no ENTRY (an entry of the module)");
+// expect module|zel|CLIENT nothing, or no ENTRY|NAME|METHOD: no (other) such event in the step.
+bool Runner::expectNone(const Args& args) {
+    bool nothing = args[2] == "nothing";
+    if (args.size() != (nothing ? 3u : 4u)) return failUsage();
+    const std::string& subject = args[1];
+    const Client* client = findClient(subject);
+    std::string what = client != nullptr     ? "delivery to " + subject
+                       : subject == "module" ? "call to reach the module"
+                                             : "call to reach the client library";
+    if (!nothing) {
+        const std::string& name = args[3];
+        if (client != nullptr && !checkCallbackMethod(*client->state, name)) return false;
+        if (subject == "module" && !ModuleLayer::isEntry(name)) {
+            return fail("the module has no entry " + name);
         }
-        check(rest(args, 1), nothingElse("module", "module", args[3], &got),
-              "no (other) call of " + args[3], got);
-        return true;
+        what = client != nullptr     ? name + " to " + subject
+               : subject == "module" ? "call of " + name
+                                     : name;
     }
+    std::string got;
+    bool ok = nothingElse(client != nullptr ? "deliver" : subject, subject, nothing ? "" : args[3],
+                          &got);
+    check(rest(args, 1), ok, "no (other) " + what, got);
+    return true;
+}
+
+// expect module ENTRY [ARG...] [p=...] [x=...]
+bool Runner::expectModule(const Args& args) {
+    if (args.size() < 3) return failUsage();
+    std::string got;
     const std::string& entry = args[2];
     if (!ModuleLayer::isEntry(entry)) return fail("the module has no entry " + entry);
     std::vector<std::string> numbers;
@@ -219,23 +231,12 @@ bool Runner::expectModule(const Args& args) {
     return true;
 }
 
-// expect zel nothing | no NAME | NAME [ARG...]: NAME is a command ("ar-on", "ar-off",
-// "modem-update") or an entry point ("ZelGetData", ...); the arguments are its text parameter,
-// its two integers, the data key, the client name or ZelMotionEnable's argument.
+// expect zel NAME [ARG...]: NAME is a command ("ar-on", "ar-off", "modem-update") or an entry
+// point ("ZelGetData", ...); the arguments are its text parameter, its two integers, the data
+// key, the client name or ZelMotionEnable's argument.
 bool Runner::expectZel(const Args& args) {
-    if (args.size() < 3) return fail("usage: expect zel nothing|no NAME|NAME [ARG...]");
+    if (args.size() < 3) return failUsage();
     std::string got;
-    if (args[2] == "nothing") {
-        if (args.size() != 3) return fail("usage: expect zel nothing");
-        check(rest(args, 1), nothingElse("zel", "zel", "", &got),
-              "no (other) call to reach the client library", got);
-        return true;
-    }
-    if (args[2] == "no") {
-        if (args.size() != 4) return fail("usage: expect zel no NAME");
-        check(rest(args, 1), nothingElse("zel", "zel", args[3], &got), "no (other) " + args[3], got);
-        return true;
-    }
     std::vector<std::string> parts(args.begin() + 3, args.end());
     std::string detail = join(parts, " ");
     bool ok = consume("zel", "zel", args[2], detail, &got);
@@ -269,43 +270,35 @@ bool Runner::expectOrder(const Args& args) {
     return true;
 }
 
-// expect CLIENT nothing | no METHOD | METHOD [RECORD...]
-bool Runner::expectClient(const Args& args) {
-    ClientState& state = *findClient(args[1])->state;
+bool Runner::checkCallbackMethod(const ClientState& state, const std::string& method) {
     const auto& methods = callbackMethods(state.activity, state.v1_1);
+    if (std::find(methods.begin(), methods.end(), method) != methods.end()) return true;
+    return fail(state.name + " has no callback method '" + method + "' (" + join(methods, ", ") +
+                ")");
+}
+
+// expect CLIENT linkToDeath COOKIE, or unlinkToDeath
+bool Runner::expectLink(const Args& args) {
+    const ClientState& state = *findClient(args[1])->state;
+    bool link = args[2] == "linkToDeath";
+    int64_t cookie = 0;
+    if (link ? args.size() != 4 || !parseInt64(args[3], &cookie) : args.size() != 3) {
+        return failUsage();
+    }
     std::string got;
-    if (args.size() < 3)
-        return fail("usage: expect " + state.name + " nothing|no METHOD|METHOD [RECORD...]");
-    if (args[2] == "nothing") {
-        if (args.size() != 3) return fail("usage: expect " + state.name + " nothing");
-        check(rest(args, 1), nothingElse("deliver", state.name, "", &got),
-              "no (other) delivery to " + state.name, got);
-        return true;
-    }
-    if (args[2] == "linkToDeath" || args[2] == "unlinkToDeath") {
-        bool link = args[2] == "linkToDeath";
-        int64_t cookie = 0;
-        if (link ? args.size() != 4 || !parseInt64(args[3], &cookie) : args.size() != 3) {
-            return fail("usage: expect " + state.name +
-                        (link ? " linkToDeath COOKIE" : " unlinkToDeath"));
-        }
-        bool ok = consume("link", state.name, args[2], link ? std::to_string(cookie) : "", &got);
-        check(rest(args, 1), ok, state.label() + " " + args[2] + (link ? " cookie " + args[3] : ""),
-              "links of " + state.name + ": " + got);
-        return true;
-    }
-    bool negative = args[2] == "no";
-    const std::string& method = negative && args.size() > 3 ? args[3] : args[2];
-    if (std::find(methods.begin(), methods.end(), method) == methods.end()) {
-        return fail(state.name + " has no callback method '" + method + "' (" +
-                    join(methods, ", ") + ")");
-    }
-    if (negative) {
-        if (args.size() != 4) return fail("usage: expect " + state.name + " no METHOD");
-        check(rest(args, 1), nothingElse("deliver", state.name, method, &got),
-              "no (other) " + method + " to " + state.name, got);
-        return true;
-    }
+    bool ok = consume("link", state.name, args[2], link ? std::to_string(cookie) : "", &got);
+    check(rest(args, 1), ok, state.label() + " " + args[2] + (link ? " cookie " + args[3] : ""),
+          "links of " + state.name + ": " + got);
+    return true;
+}
+
+// expect CLIENT METHOD [RECORD...], or METHOD count=N
+bool Runner::expectClient(const Args& args) {
+    const ClientState& state = *findClient(args[1])->state;
+    std::string got;
+    if (args.size() < 3) return failUsage();
+    const std::string& method = args[2];
+    if (!checkCallbackMethod(state, method)) return false;
     Fields fields = method == "onActivityChangedV1_0"         ? Fields::kShort
                     : method == "onActivityChangedV1_1"       ? Fields::kShortC
                     : method == "onActivityExtendChangedV1_1" ? Fields::kLongC

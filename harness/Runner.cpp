@@ -97,27 +97,24 @@ const Runner::Command* Runner::find(const Args& args, size_t* words) {
 // A line that no command takes: names the closest commands (and clients), or the forms of the
 // command it begins with.
 bool Runner::unknown(const Args& args) {
-    const std::string& word = args[0] == "expect" && args.size() > 1 ? args[1] : args[0];
+    bool expectation = args[0] == "expect" && args.size() > 1;
+    size_t at = expectation ? 1 : 0;
     std::vector<std::string> known;
-    std::string forms;
+    std::vector<std::string> forms;
     for (const Command& command : commands()) {
         Args name = splitWords(command.name);
-        if (args[0] == "expect" && name[0] == "expect" && name.size() > 1) {
-            known.push_back(name[1]);
-        } else if (args[0] != "expect" && name[0] != "NAME") {
-            known.push_back(name[0]);
-        }
-        if (name[0] == args[0] && args[0] != "expect") {
-            forms += (forms.empty() ? "" : " | ") + form(command);
+        if (name[0] == args[0] && !expectation) forms.push_back(form(command));
+        if (name.size() > at && name[at] != "NAME" && (!expectation || name[0] == "expect")) {
+            known.push_back(name[at]);
         }
     }
-    if (!forms.empty()) return fail("usage: " + forms);
+    if (!forms.empty()) return fail("usage: " + join(forms, " | "));
     for (const Client& client : mClients) known.push_back(client.state->name);
-    std::string closest = suggestions(word, known);
-    if (args[0] != "expect") return fail("unknown command or client '" + word + "'" + closest);
-    if (args.size() < 2) return fail("usage: expect WHAT ... (help expect lists them)");
-    return fail("expect what? '" + word + "' is neither a kind of expectation nor a client" +
-                closest);
+    const std::string& word = args[at];
+    return fail((expectation ? "expect what? '" + word +
+                                       "' is neither a kind of expectation nor a client"
+                             : "unknown command or client '" + word + "'") +
+                suggestions(word, known));
 }
 
 // A second line for an error about an unknown word.

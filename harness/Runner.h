@@ -140,6 +140,9 @@ class Runner {
     bool expectZel(const Args& args);
     bool expectOrder(const Args& args);
     bool expectClient(const Args& args);
+    bool expectLink(const Args& args);
+    bool expectNone(const Args& args);
+    bool checkCallbackMethod(const ClientState& state, const std::string& method);
     // Finds and consumes the first unconsumed event of `kind` about `subject` whose name and
     // detail match; on a miss lists the step's events of that kind and subject as `got`.
     bool consume(const std::string& kind, const std::string& subject, const std::string& name,
