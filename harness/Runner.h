@@ -173,4 +173,9 @@ class Runner {
     Result mResult;
 };
 
+// Makes this process the service host, once: the trace on `out`, liblog's lines into it and the
+// simulated lower layers below the HAL. Answers the runner above them; a program that runs many
+// scenarios (a fuzzer, say) starts the host once and feeds the runner.
+Runner* startHost(FILE* out, Format format);
+
 }  // namespace arharness

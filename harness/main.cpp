@@ -6,8 +6,6 @@
 //
 // Exit status: 0 when every expectation held, 1 when one failed, 2 on a scenario error (the run
 // stops at it, reported as FILE:LINE: message).
-#include <android/log.h>
-#include <hwbinder/IPCThreadState.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,34 +17,11 @@
 #include <string>
 
 #include "DefaultScenario.h"
-#include "ModuleLayer.h"
 #include "Runner.h"
-#include "Syntax.h"
-#include "Trace.h"
-#include "ZelLayer.h"
-
-// Never destroyed: the HAL may still log while the process exits, and like a service host the
-// harness never lets go of the service (held by the runner). Outside the anonymous namespace, so
-// that they stay real globals, where the leak checker of the sanitized builds finds them.
-arharness::Trace* gTrace = nullptr;
-arharness::ModuleLayer* gModule = nullptr;
-arharness::ZelLayer* gZel = nullptr;
-arharness::Runner* gRunner = nullptr;
 
 namespace {
 
-using arharness::Event;
 using arharness::Format;
-
-void traceLogger(const struct __android_logger_data* data, const char* message) {
-    Event event("log", "{priority} {tag}: {text}");
-    event.subject = data->tag != nullptr ? data->tag : "";
-    event.name = std::string(1, arharness::priorityLetter(data->priority));
-    event.detail = message != nullptr ? message : "";
-    event.addString("priority", event.name).addString("tag", event.subject);
-    event.add("text", arharness::escapeText(event.detail), arharness::jsonString(event.detail));
-    gTrace->emit(std::move(event));
-}
 
 void usage(FILE* out) {
     fprintf(out,
@@ -110,24 +85,10 @@ int main(int argc, char** argv) {
     // A person at a terminal keeps going after a mistake; everything else stops at it.
     bool interactive = path != nullptr && strcmp(path, "-") == 0 && isatty(STDIN_FILENO);
 
-    // The harness is the service host: its own thread, and the threads that play the lower
-    // layers, act as the host process; clients act as theirs only during their calls.
-    ::android::hardware::host::ScopedCallingIdentity host(arharness::kHostPid, arharness::kHostUid);
-    // The simulated module is the one below the HAL, whatever the environment says.
-    unsetenv("HAL_LIBRARY_PATH");
-    gTrace = new arharness::Trace(stdout, format);
-    __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
-    __android_log_set_logger(traceLogger);
-    gModule = new arharness::ModuleLayer(gTrace);
-    gModule->install();
-    gZel = new arharness::ZelLayer(gTrace);
-    // The client library only records its calls: they are traced just ahead of the next event.
-    gTrace->setBeforeEmit([] { gZel->flush(); });
-    gRunner = new arharness::Runner(gTrace, gModule, gZel);
-
     arharness::Runner::Options options;
     options.interactive = interactive;
-    arharness::Runner::Summary summary = gRunner->run(name, *in, options);
+    arharness::Runner::Summary summary =
+            arharness::startHost(stdout, format)->run(name, *in, options);
     fflush(stdout);
     if (summary.errors > 0) return 2;
     if (summary.failed > 0) return 1;
