@@ -55,6 +55,9 @@ CASES = {
     "stdin": (["-"], None, "start\nexpect result service\n", 0, [], "text"),
     "stdin_error": (["-"], None, "start\nexpect nonsense\n", 2,
                     [r"^-:2: expect what\? 'nonsense'"], "text"),
+    "help": (["-"], None, "help zel\nhelp expect NAME no\nhelp zell\n", 2,
+             [r"^  zel notify RECORD\.\.\. \[status=N\]", r"^  expect NAME no METHOD\n      NAME",
+              "!expect NAME nothing", r"^-:3: no command 'zell'\n    did you mean: zel$"], "text"),
     "missing_file": (["/nonexistent/x.scenario"], None, None, 2, [r"cannot read"], "text"),
     "bad_option": (["--colour"], None, None, 2, [r"unexpected argument '--colour'"], "text"),
 }
