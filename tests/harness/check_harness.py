@@ -8,6 +8,7 @@ usage: check_harness.py HARNESS CASE
 """
 import json
 import os
+import pty
 import re
 import subprocess
 import sys
@@ -131,6 +132,24 @@ def check_readme_commands(harness, readme):
     return 1 if problems else 0
 
 
+def check_terminal(harness):
+    """With - on a terminal, the harness prompts for each line and goes on after an error."""
+    master, slave = pty.openpty()
+    run = subprocess.Popen([harness, "-"], stdin=slave, stdout=subprocess.PIPE,
+                           stderr=subprocess.PIPE, text=True)
+    os.close(slave)
+    os.write(master, b"strat\nstart\nexpect result service\n\x04")
+    out, err = run.communicate(timeout=120)
+    os.close(master)
+    problems = [] if run.returncode == 2 else ["exit status %d" % run.returncode]
+    if err.count("ar-harness> ") != 4 or "-:1: unknown command or client 'strat'" not in err:
+        problems.append("no prompt for each line, or no error: " + err)
+    if "summary 1 expectations held, 0 failed, 1 scenario errors" not in out:
+        problems.append("the run did not go on after the error: " + out)
+    print("\n".join(problems))
+    return 1 if problems else 0
+
+
 def check_deterministic(harness):
     """Runs of the default scenario print the same events for each scenario line; only their
     order within a line may differ (the HAL walks its clients in address order)."""
@@ -156,6 +175,8 @@ def main():
         return check_examples(harness, sys.argv[3])
     if name == "readme_commands":
         return check_readme_commands(harness, sys.argv[3])
+    if name == "terminal":
+        return check_terminal(harness)
     if name == "deterministic":
         return check_deterministic(harness)
     args, text, stdin, status, patterns, form = CASES[name]
