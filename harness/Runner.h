@@ -63,10 +63,6 @@ class Runner {
     // line bound, reporting errors as FILE:LINE: message, and ends the trace with its summary.
     Summary run(const std::string& name, std::istream& in, const Options& options);
 
-    // Runs one scenario line. False on a scenario error, described by error().
-    bool runLine(const std::string& file, int line, const std::string& text);
-    const std::string& error() const { return mError; }
-
   private:
     static constexpr char kEntryPoint[] = "HIDL_FETCH_IActivityRecognition";
 
@@ -81,6 +77,8 @@ class Runner {
     };
 
     // ---- the runner's own work (Runner.cpp) ----
+    // Runs one scenario line. False on a scenario error, described by mError.
+    bool runLine(const std::string& file, int line, const std::string& text);
     bool fail(const std::string& message);
     // The usage of the command being run, with the words that selected it.
     bool failUsage();
