@@ -39,18 +39,12 @@ class CallbackObject : public Interface {
             mState->links.emplace_back(recipient, cookie);
             result = true;
         }
-        Event event;
-        event.kind = "link";
-        event.subject = mState->name;
+        Event event =
+                mState->event("link", "{client}[{pid}] {method}(cookie {cookie}) -> {answer}");
         event.name = "linkToDeath";
         event.detail = std::to_string(cookie);
-        event.text = mState->label() + " linkToDeath(cookie " + std::to_string(cookie) + ") -> " +
-                     answer;
-        event.json = ",\"client\":" + jsonString(mState->name) +
-                     ",\"pid\":" + std::to_string(mState->pid) +
-                     ",\"method\":\"linkToDeath\",\"cookie\":" + std::to_string(cookie) +
-                     ",\"answer\":" + jsonString(answer);
-        mState->trace->emit(std::move(event));
+        event.addString("method", event.name).addNumber("cookie", static_cast<int64_t>(cookie));
+        mState->trace->emit(std::move(event.addString("answer", answer)));
         return result;
     }
 
@@ -60,15 +54,11 @@ class CallbackObject : public Interface {
                                [&](const auto& link) { return link.first == recipient; });
         bool found = it != links.end();
         if (found) links.erase(it);
-        Event event;
-        event.kind = "link";
-        event.subject = mState->name;
+        Event event = mState->event("link", "{client}[{pid}] {method} -> {answer}");
         event.name = "unlinkToDeath";
-        event.text = mState->label() + " unlinkToDeath -> " + (found ? "true" : "false");
-        event.json = ",\"client\":" + jsonString(mState->name) +
-                     ",\"pid\":" + std::to_string(mState->pid) +
-                     ",\"method\":\"unlinkToDeath\",\"answer\":" + (found ? "true" : "false");
-        mState->trace->emit(std::move(event));
+        const char* answer = found ? "true" : "false";
+        mState->trace->emit(
+                std::move(event.addString("method", event.name).add("answer", answer, answer)));
         return found;
     }
 
@@ -76,27 +66,21 @@ class CallbackObject : public Interface {
     Return<void> deliver(const char* method, const std::vector<Record>& records, Fields fields) {
         bool fail = mState->dead || mState->failCalls;
         const char* answer = mState->dead ? "dead object" : "transport error";
-        Event event;
-        event.kind = "deliver";
-        event.subject = mState->name;
+        Event event =
+                mState->event("deliver", fail ? "{client}[{pid}] {method} {records} -> {answer}"
+                                              : "{client}[{pid}] {method} {records}");
         event.name = method;
         event.detail = formatRecords(records, fields);
         event.items = static_cast<int>(records.size());
         // Long batches are shown by their first records; expectations see them whole.
         std::vector<Record> shown(records.begin(),
                                   records.begin() + std::min<size_t>(8, records.size()));
-        event.text = mState->label() + " " + method + " " + formatRecords(shown, fields);
+        std::string text = formatRecords(shown, fields);
         if (shown.size() < records.size()) {
-            event.text.insert(event.text.size() - 1,
-                              " ... " + std::to_string(records.size()) + " records");
+            text.insert(text.size() - 1, " ... " + std::to_string(records.size()) + " records");
         }
-        if (fail) event.text += std::string(" -> ") + answer;
-        event.json = ",\"client\":" + jsonString(mState->name) +
-                     ",\"pid\":" + std::to_string(mState->pid) +
-                     ",\"method\":" + jsonString(method) +
-                     ",\"records\":" + recordsJson(records, fields) +
-                     ",\"answer\":" + jsonString(fail ? answer : "ok");
-        mState->trace->emit(std::move(event));
+        event.addString("method", method).add("records", text, recordsJson(records, fields));
+        mState->trace->emit(std::move(event.addString("answer", fail ? answer : "ok")));
         if (fail) return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, answer);
         return Void();
     }
@@ -157,6 +141,13 @@ class EnvironmentCallbackV1_1 : public EnvironmentCallback<ar::V1_1::IEnvironmen
 
 std::string ClientState::label() const {
     return name + "[" + std::to_string(pid) + "]";
+}
+
+Event ClientState::event(const std::string& kind, const std::string& layout) const {
+    Event event(kind, layout);
+    event.subject = name;
+    event.addString("client", name).addNumber("pid", pid);
+    return event;
 }
 
 Client makeClient(std::shared_ptr<ClientState> state) {

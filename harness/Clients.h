@@ -42,6 +42,9 @@ struct ClientState {
     std::vector<std::pair<sp<hidl_death_recipient>, uint64_t>> links;
 
     std::string label() const;  // "app1[1234]"
+    // An event about the client: its subject, with the fields client and pid ("{client}[{pid}]"
+    // in the layout shows the label).
+    Event event(const std::string& kind, const std::string& layout) const;
 };
 
 struct Client {

@@ -83,7 +83,7 @@ void ModuleLayer::flush() {
     for (; mSeen < calls.size(); ++mSeen) {
         const sim::Call& call = calls[mSeen];
         std::string args;
-        std::string unterminated;
+        bool unterminated = false;
         std::string json = "[";
         for (size_t i = 0; i < call.args.size(); ++i) {
             if (i > 0) {
@@ -99,19 +99,17 @@ void ModuleLayer::flush() {
             json += std::string(call.args.empty() ? "" : ",") + paramsJson(params);
             // Exactly 32 bytes of text reach the module without a terminator.
             if (memchr(call.params.extra, '\0', sizeof(call.params.extra)) == nullptr) {
-                unterminated = " (x unterminated)";
+                unterminated = true;
             }
         }
         json += "]";
         std::string answer = answerOf(call.entry);
-        Event event;
-        event.kind = "module";
+        Event event("module", unterminated ? "{entry}({args}) (x unterminated) -> {answer}"
+                                           : "{entry}({args}) -> {answer}");
         event.subject = "module";
         event.name = call.entry;
         event.detail = call.entry + "(" + args + ")";
-        event.text = event.detail + unterminated + " -> " + answer;
-        event.json = ",\"entry\":" + jsonString(call.entry) + ",\"args\":" + json +
-                     ",\"answer\":" + jsonString(answer);
+        event.addString("entry", call.entry).add("args", args, json).addString("answer", answer);
         mTrace->emit(std::move(event));
     }
 }

@@ -1,11 +1,19 @@
 // The scenario interpreter: runs one line at a time against the HAL, loaded as a passthrough host
-// loads it, with the simulated lower layers below it. Scenario errors (unknown command, bad
-// argument, impossible request) stop the line with a message; failed expectations are counted.
+// loads it, with the simulated lower layers below it. Every command is a row of one table (its
+// words, its arguments, a line of help and its handler), which drives dispatch, the names that
+// clients may not take, help and the README's command table. Scenario errors (unknown command,
+// bad argument, impossible request) stop the line with a message; failed expectations are counted.
+//
+// The handlers live with their kind: SetupCommands.cpp (properties, the module's and the client
+// library's answers, start, clients), Reports.cpp (batches the lower layers report),
+// ClientCalls.cpp (what clients call, and their deaths), Expectations.cpp.
 #pragma once
 
+#include <stdio.h>
 #include <vendor/quarn/hardware/activity_recognition/1.1/IActivityRecognition.h>
 
 #include <functional>
+#include <istream>
 #include <map>
 #include <string>
 #include <vector>
@@ -20,16 +28,43 @@ namespace arharness {
 
 class Runner {
   public:
+    using Args = std::vector<std::string>;
+    using Handler = bool (Runner::*)(const Args& args);
+
+    // One command of the scenario language. `name` holds its leading words; the word NAME stands
+    // for a client. The handler gets the whole line; the longest matching name wins.
+    struct Command {
+        const char* name;
+        const char* synopsis;
+        const char* help;
+        Handler handler;
+    };
+    // The table, in the order help and the README list it.
+    static const std::vector<Command>& commands();
+    // "module result ENTRY CODE"
+    static std::string form(const Command& command);
+    // Help on every command, or on those whose name starts with `topic`'s words.
+    static bool printHelp(FILE* out, const Args& topic);
+
     Runner(Trace* trace, ModuleLayer* module, ZelLayer* zel);
 
-    // Runs one scenario line. False on a scenario error, described by error().
-    bool runLine(const std::string& file, int line, const std::string& text);
-    const std::string& error() const { return mError; }
-    // Failed expectations so far.
-    int failures() const { return mFailures; }
+    struct Summary {
+        int held = 0;
+        int failed = 0;
+        int errors = 0;
+    };
+    struct Options {
+        // A person at a terminal: a prompt before every line, and the run goes on after an error.
+        bool interactive = false;
+        // Lines to run at most (0: all).
+        size_t maxLines = 0;
+    };
+    // Runs a scenario to its end, to the first scenario error (unless interactive) or to the
+    // line bound, reporting errors as FILE:LINE: message, and ends the trace with its summary.
+    Summary run(const std::string& name, std::istream& in, const Options& options);
 
   private:
-    using Args = std::vector<std::string>;
+    static constexpr char kEntryPoint[] = "HIDL_FETCH_IActivityRecognition";
 
     // What the last call of the current step answered.
     struct Result {
@@ -41,36 +76,71 @@ class Runner {
         Fields fields = Fields::kShort;
     };
 
+    // ---- the runner's own work (Runner.cpp) ----
+    // Runs one scenario line. False on a scenario error, described by mError.
+    bool runLine(const std::string& file, int line, const std::string& text);
     bool fail(const std::string& message);
-    bool command(const Args& args);
+    // The usage of the command being run, with the words that selected it.
+    bool failUsage();
+    const Command* find(const Args& args, size_t* words);
+    bool unknown(const Args& args);
+    static std::string suggestions(const std::string& word, const std::vector<std::string>& known);
+    bool help(const Args& args);
+    Client* findClient(const std::string& name);
+    // An event that shows a text, with more fields for tools.
+    void note(const std::string& kind, const std::string& text,
+              const std::vector<Event::Field>& more = {});
+    // Words that begin a command, or follow `expect` and so select an expectation.
+    static bool reserved(const std::string& name);
 
+    // ---- set-up (SetupCommands.cpp) ----
     bool property(const Args& args);
-    bool module(const Args& args);
-    bool moduleReport(const Args& args);
-    bool zel(const Args& args);
-    bool zelNotify(const Args& args);
-    bool loadZel();
+    bool moduleAbsent(const Args& args);
+    bool moduleResult(const Args& args);
+    bool moduleTable(const Args& args);
+    bool moduleAnswer(const Args& args);
+    bool zelLibrary(const Args& args);
+    bool zelMask(const Args& args);
+    bool zelConfig(const Args& args);
+    bool zelStatus(const Args& args);
+    bool zelQueue(const Args& args);
+    bool zelResult(const Args& args);
+    // Loads the client library's chosen variant once; false (with the error) when it is absent
+    // and `needed`.
+    bool loadZel(bool needed = false);
     bool start(const Args& args);
     bool createClient(const Args& args);
+    bool setClient(const Args& args);
     bool setClientOptions(ClientState* state, const Args& args, size_t from, bool creating);
+
+    // ---- lower-layer reports (Reports.cpp) ----
+    bool moduleReport(const Args& args);
+    bool zelNotify(const Args& args);
+
+    // ---- client calls (ClientCalls.cpp) ----
     bool kill(const Args& args);
-    bool clientCommand(Client* client, const Args& args);
-    bool clientCall(Client* client, const std::string& method, const Args& args);
+    bool clientCall(const Args& args);
     // `invoke` makes the call and puts what it answered into the Result it is given.
     template <typename Invoke>
     bool callInterface(Client* client, const std::string& shownArgs, bool noState, Result result,
                        const Invoke& invoke);
     bool connect(Client* client, const std::string& getter);
     bool needInterface(Client* client);
+    void traceCall(const ClientState& state, const std::string& method, const std::string& args);
+    void traceReturn(const ClientState& state, Result result);
+    std::string interfaceName(const void* object);
 
-    bool expect(const Args& args);
+    // ---- expectations (Expectations.cpp) ----
     bool expectResult(const Args& args);
     bool expectLog(const Args& args);
     bool expectNoLog(const Args& args);
     bool expectModule(const Args& args);
     bool expectZel(const Args& args);
     bool expectOrder(const Args& args);
-    bool expectClient(Client* client, const Args& args);
+    bool expectClient(const Args& args);
+    bool expectLink(const Args& args);
+    bool expectNone(const Args& args);
+    bool checkCallbackMethod(const ClientState& state, const std::string& method);
     // Finds and consumes the first unconsumed event of `kind` about `subject` whose name and
     // detail match; on a miss lists the step's events of that kind and subject as `got`.
     bool consume(const std::string& kind, const std::string& subject, const std::string& name,
@@ -82,20 +152,15 @@ class Runner {
     void check(const std::string& expectation, bool ok, const std::string& expected,
                const std::string& got);
 
-    Client* findClient(const std::string& name);
-    void traceCall(const ClientState& state, const std::string& method, const std::string& args);
-    void traceReturn(const ClientState& state, Result result);
-    void note(const std::string& kind, const std::string& text, const std::string& json = "");
-    std::string interfaceName(const void* object);
-
     Trace* mTrace;
     ModuleLayer* mModule;
     ZelLayer* mZel;
     std::string mFile;
     int mLine = 0;
-    std::string mText;
     std::string mError;
-    int mFailures = 0;
+    const Command* mCommand = nullptr;
+    Args mCommandWords;  // the words that selected it
+    Summary mSummary;
 
     bool mStarted = false;
     int mStartLine = 0;
@@ -105,5 +170,10 @@ class Runner {
     std::map<pid_t, int> mDeathLines;
     Result mResult;
 };
+
+// Makes this process the service host, once: the trace on `out`, liblog's lines into it and the
+// simulated lower layers below the HAL. Answers the runner above them; a program that runs many
+// scenarios (a fuzzer, say) starts the host once and feeds the runner.
+Runner* startHost(FILE* out, Format format);
 
 }  // namespace arharness

@@ -7,6 +7,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 namespace arharness {
 namespace {
 
@@ -446,6 +448,130 @@ std::string jsonString(const std::string& text) {
         }
     }
     return json + "\"";
+}
+
+bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, const char* allowed,
+                       Fields fields, bool names, BatchOptions* batch, std::string* error) {
+    const std::vector<std::string> options = splitWords(allowed);
+    for (size_t i = from; i < tokens.size(); ++i) {
+        const std::string& token = tokens[i];
+        auto option = std::find_if(options.begin(), options.end(), [&](const std::string& o) {
+            return o.back() == '=' ? token.compare(0, o.size(), o) == 0 : token == o;
+        });
+        std::string value = option != options.end() ? token.substr(option->size()) : "";
+        auto bad = [&](const char* what, const std::string& hint = "") {
+            *error = std::string("bad ") + what + " '" + token + "'" + hint;
+            return false;
+        };
+        const std::string limit = " (at most " + std::to_string(kMaxBatch) + ")";
+        if (option == options.end()) {
+            if (names) {
+                batch->names.push_back(token);
+                continue;
+            }
+            Record record;
+            if (!looksLikeRecord(token)) {
+                *error = "bad argument '" + token + "' (a record such as e=1,a=3,t=1000, or " +
+                         join(options, ", ") + ")";
+                return false;
+            }
+            if (!parseRecord(token, fields, &record, error)) return false;
+            if (record.params.x.size() > 32) {
+                *error = "x holds at most 32 bytes in a legacy record";
+                return false;
+            }
+            batch->records.push_back(record);
+        } else if (*option == "count=") {
+            if (!parseInt32(value, &batch->count)) return bad("count");
+            if (batch->count > kMaxBatch) return bad("count", limit);
+            batch->hasCount = true;
+        } else if (*option == "repeat=") {
+            if (!parseInt32(value, &batch->repeat) || batch->repeat < 1 || batch->repeat > 10000) {
+                return bad("repeat", " (1 to 10000)");
+            }
+        } else if (*option == "status=") {
+            if (!parseInt32(value, &batch->status)) return bad("status");
+        } else if (*option == "bytes=") {
+            if (!parseInt32(value, &batch->bytes)) return bad("byte length");
+            if (batch->bytes > kMaxBatch) return bad("byte length", limit);
+            batch->hasBytes = true;
+        } else if (*option == "as=") {
+            if (!parseInt32(value, &batch->pid)) return bad("pid");
+        } else {
+            (*option == "null" ? batch->null : batch->noState) = true;
+        }
+    }
+    if (batch->records.size() * batch->repeat > static_cast<size_t>(kMaxBatch)) {
+        *error = "a batch holds at most " + std::to_string(kMaxBatch) + " records";
+        return false;
+    }
+    return true;
+}
+
+char priorityLetter(int priority) {
+    static const char kLetters[] = "??VDIWEFS";
+    return priority >= 0 && priority <= 8 ? kLetters[priority] : '?';
+}
+
+std::string join(const std::vector<std::string>& parts, const std::string& separator) {
+    std::string text;
+    for (size_t i = 0; i < parts.size(); ++i) text += (i > 0 ? separator : "") + parts[i];
+    return text;
+}
+
+std::string rest(const std::vector<std::string>& tokens, size_t from) {
+    std::vector<std::string> quoted;
+    for (size_t i = from; i < tokens.size(); ++i) quoted.push_back(quoteToken(tokens[i]));
+    return join(quoted, " ");
+}
+
+std::vector<std::string> splitWords(const std::string& text) {
+    std::vector<std::string> words;
+    for (size_t at = 0; (at = text.find_first_not_of(' ', at)) != std::string::npos;) {
+        size_t end = std::min(text.find(' ', at), text.size());
+        words.push_back(text.substr(at, end - at));
+        at = end;
+    }
+    return words;
+}
+
+namespace {
+
+// Insertions, deletions and substitutions that turn one text into the other.
+size_t editDistance(const std::string& from, const std::string& to) {
+    std::vector<size_t> row(to.size() + 1);
+    for (size_t j = 0; j <= to.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= from.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= to.size(); ++j) {
+            size_t above = row[j];
+            row[j] = std::min(
+                    {above + 1, row[j - 1] + 1, diagonal + (from[i - 1] == to[j - 1] ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return row[to.size()];
+}
+
+}  // namespace
+
+std::vector<std::string> closestWords(const std::string& word,
+                                      const std::vector<std::string>& known) {
+    // Farther than this, a word is not taken for a typing mistake.
+    size_t best = std::max<size_t>(2, word.size() / 2);
+    std::vector<std::string> closest;
+    for (const std::string& candidate : known) {
+        size_t distance = editDistance(word, candidate);
+        if (distance < best) closest.clear();
+        if (distance <= best &&
+            std::find(closest.begin(), closest.end(), candidate) == closest.end()) {
+            best = distance;
+            closest.push_back(candidate);
+        }
+    }
+    if (closest.size() > 3) closest.resize(3);
+    return closest;
 }
 
 }  // namespace arharness

@@ -69,4 +69,39 @@ std::string escapeText(const std::string& text);
 // A JSON string literal.
 std::string jsonString(const std::string& text);
 
+// A batch that a lower layer answers or reports, as a command writes it after its fixed words:
+// records (or, where `names` is asked for, names), and the options that `allowed` lists, out of
+// count=N, repeat=N (1 to 10000), status=N, bytes=N, as=PID, null and nostate. Records with an x
+// longer than the 32 bytes of a legacy record are refused, and so are batches, counts and byte
+// lengths beyond kMaxBatch, which would only exhaust the memory.
+constexpr int32_t kMaxBatch = 100000;
+struct BatchOptions {
+    std::vector<Record> records;
+    std::vector<std::string> names;
+    bool hasCount = false;
+    int32_t count = 0;
+    int32_t repeat = 1;
+    int32_t status = 0;
+    bool hasBytes = false;
+    int32_t bytes = 0;
+    int32_t pid = 0;  // left as it was unless as= is given
+    bool null = false;
+    bool noState = false;
+};
+bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, const char* allowed,
+                       Fields fields, bool names, BatchOptions* batch, std::string* error);
+
+// A log priority's letter: V D I W E F (S for silent, ? for others).
+char priorityLetter(int priority);
+
+std::string join(const std::vector<std::string>& parts, const std::string& separator);
+// The tokens from `from` on as scenario text again, quoted where they need it.
+std::string rest(const std::vector<std::string>& tokens, size_t from);
+// The words of a text separated by blanks.
+std::vector<std::string> splitWords(const std::string& text);
+// The known words nearest to `word` by edit distance (at most three), none when every one is
+// too far to be a mistyping of it.
+std::vector<std::string> closestWords(const std::string& word,
+                                      const std::vector<std::string>& known);
+
 }  // namespace arharness

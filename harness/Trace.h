@@ -3,6 +3,7 @@
 // that expectations can look at what that command caused.
 #pragma once
 
+#include <stdint.h>
 #include <stdio.h>
 
 #include <functional>
@@ -14,19 +15,36 @@ namespace arharness {
 
 enum class Format { kText, kJsonl };
 
+// One event of the trace. What it shows are its fields, each with a text and a JSON form: the
+// text line is its layout with every {key} replaced by that field's text, and the JSON object
+// holds every field after "file", "line" and "kind". Both forms are thus of the same values.
 struct Event {
-    // command, call, return, deliver, link, death, module, zel, log, note, check.
+    Event() = default;
+    Event(std::string kind, std::string layout)
+        : kind(std::move(kind)), layout(std::move(layout)) {}
+
+    Event& add(const std::string& key, std::string text, std::string json);
+    Event& addString(const std::string& key, const std::string& value);  // JSON: a string
+    Event& addNumber(const std::string& key, int64_t value);
+    std::string line() const;    // after the location and kind
+    std::string object() const;  // the members after "kind", each starting with a comma
+
+    // command, call, return, deliver, report, link, death, module, zel, log, setup, note, check,
+    // error, summary.
     std::string kind;
+    std::string layout;
+    struct Field {
+        std::string key;
+        std::string text;
+        std::string json;
+    };
+    std::vector<Field> fields;
     // What expectations compare: the client, layer or log tag; the method, entry or priority;
     // and the canonical arguments, records or text.
     std::string subject;
     std::string name;
     std::string detail;
     int items = 0;  // records of a delivery
-    // The human-readable line (after the location and kind) and the JSON members that follow
-    // "file", "line" and "kind" (empty, or starting with a comma).
-    std::string text;
-    std::string json;
     bool consumed = false;
 };
 
@@ -43,6 +61,7 @@ class Trace {
     // Runs before every event is printed (not for the events it emits itself): lower layers that
     // only record their calls trace them from here, just ahead of whatever happened next.
     void setBeforeEmit(std::function<void()> hook) { mBeforeEmit = std::move(hook); }
+    Format format() const { return mFormat; }
     // Runs `work` on the events of the current step under the trace's lock.
     void withStep(const std::function<void(std::vector<Event>&)>& work);
 

@@ -58,53 +58,54 @@ void ZelLayer::flush() {
     std::vector<simulated_zel::Call> calls = mControl->calls();
     for (; mSeen < calls.size(); ++mSeen) {
         const simulated_zel::Call& call = calls[mSeen];
-        Event event;
-        event.kind = "zel";
+        // Each entry shows its own arguments; the JSON object holds all of them.
+        Event event("zel", "{entry}({client}, {name}, {ints}) -> {answer}");
         event.subject = "zel";
         std::string entry;
-        std::string args;
+        std::string ints;
         std::string answer = std::to_string(call.result);
         switch (call.entry) {
             case Entry::kSetCallback:
                 entry = event.name = "ZelSetCallback";
                 event.detail = call.client;
-                args = quoted(call.client) + ", ZelNotify";
+                event.layout = "{entry}({client}, ZelNotify) -> {answer}";
                 break;
             case Entry::kRunCommand:
                 entry = "ZelRunCommand";
                 event.name = call.name;
                 event.detail = call.param;
-                args = quoted(call.client) + ", " + quoted(call.name) + ", " + quoted(call.param) +
-                       ", " + std::to_string(call.length);
+                event.layout = "{entry}({client}, {name}, {param}, {length}) -> {answer}";
                 break;
             case Entry::kRunCommandInt:
                 entry = "ZelRunCommandInt";
                 event.name = call.name;
                 event.detail = intAt(call, 0) + " " + intAt(call, 1);
-                args = quoted(call.client) + ", " + quoted(call.name) + ", " + intAt(call, 0) +
-                       ", " + intAt(call, 1);
+                ints = intAt(call, 0) + ", " + intAt(call, 1);
                 break;
             case Entry::kGetData:
                 entry = event.name = "ZelGetData";
                 event.detail = call.name;
-                args = quoted(call.name) + ", " + intAt(call, 0);
+                ints = intAt(call, 0);
+                event.layout = "{entry}({name}, {ints}) -> {answer}";
                 break;
             case Entry::kMotionEnable:
                 entry = event.name = "ZelMotionEnable";
-                event.detail = intAt(call, 0);
-                args = event.detail;
+                event.detail = ints = intAt(call, 0);
+                event.layout = "{entry}({ints}) -> {answer}";
                 answer = call.result != 0 ? "true" : "false";
                 break;
         }
-        event.text = entry + "(" + args + ") -> " + answer;
-        std::string ints = "[";
+        std::string json = "[";
         for (size_t i = 0; i < call.ints.size(); ++i) {
-            ints += (i > 0 ? "," : "") + std::to_string(call.ints[i]);
+            json += (i > 0 ? "," : "") + std::to_string(call.ints[i]);
         }
-        event.json = ",\"entry\":" + jsonString(entry) + ",\"client\":" + jsonString(call.client) +
-                     ",\"name\":" + jsonString(call.name) + ",\"param\":" + jsonString(call.param) +
-                     ",\"length\":" + std::to_string(call.length) + ",\"ints\":" + ints + "]" +
-                     ",\"answer\":" + jsonString(answer);
+        event.addString("entry", entry)
+                .add("client", quoted(call.client), jsonString(call.client))
+                .add("name", quoted(call.name), jsonString(call.name))
+                .add("param", quoted(call.param), jsonString(call.param))
+                .addNumber("length", call.length)
+                .add("ints", ints, json + "]")
+                .addString("answer", answer);
         mTrace->emit(std::move(event));
     }
 }

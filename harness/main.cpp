@@ -6,8 +6,6 @@
 //
 // Exit status: 0 when every expectation held, 1 when one failed, 2 on a scenario error (the run
 // stops at it, reported as FILE:LINE: message).
-#include <android/log.h>
-#include <hwbinder/IPCThreadState.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,42 +17,11 @@
 #include <string>
 
 #include "DefaultScenario.h"
-#include "ModuleLayer.h"
 #include "Runner.h"
-#include "Syntax.h"
-#include "Trace.h"
-#include "ZelLayer.h"
-
-// Never destroyed: the HAL may still log while the process exits, and like a service host the
-// harness never lets go of the service (held by the runner). Outside the anonymous namespace, so
-// that they stay real globals, where the leak checker of the sanitized builds finds them.
-arharness::Trace* gTrace = nullptr;
-arharness::ModuleLayer* gModule = nullptr;
-arharness::ZelLayer* gZel = nullptr;
-arharness::Runner* gRunner = nullptr;
 
 namespace {
 
-using arharness::Event;
 using arharness::Format;
-
-char priorityLetter(int priority) {
-    static const char kLetters[] = "??VDIWEFS";
-    return priority >= 0 && priority <= 8 ? kLetters[priority] : '?';
-}
-
-void traceLogger(const struct __android_logger_data* data, const char* message) {
-    Event event;
-    event.kind = "log";
-    event.subject = data->tag != nullptr ? data->tag : "";
-    event.name = std::string(1, priorityLetter(data->priority));
-    event.detail = message != nullptr ? message : "";
-    event.text = event.name + " " + event.subject + ": " + arharness::escapeText(event.detail);
-    event.json = ",\"priority\":" + arharness::jsonString(event.name) +
-                 ",\"tag\":" + arharness::jsonString(event.subject) +
-                 ",\"text\":" + arharness::jsonString(event.detail);
-    gTrace->emit(std::move(event));
-}
 
 void usage(FILE* out) {
     fprintf(out,
@@ -62,7 +29,9 @@ void usage(FILE* out) {
             "  no FILE: runs the built-in default scenario\n"
             "  FILE:    runs a scenario file\n"
             "  -:       reads scenario lines from standard input, one at a time\n"
-            "Exit status: 0 all expectations held, 1 an expectation failed, 2 scenario error.\n");
+            "Exit status: 0 all expectations held, 1 an expectation failed, 2 scenario error.\n"
+            "Commands (NAME is a client; help COMMAND in a scenario shows one):\n");
+    arharness::Runner::printHelp(out, {});
 }
 
 }  // namespace
@@ -77,6 +46,12 @@ int main(int argc, char** argv) {
             format = Format::kJsonl;
         } else if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
             usage(stdout);
+            return 0;
+        } else if (strcmp(argv[i], "--commands") == 0) {
+            // Not in the usage: the command forms, one a line, for the README check.
+            for (const auto& command : arharness::Runner::commands()) {
+                printf("%s\n", arharness::Runner::form(command).c_str());
+            }
             return 0;
         } else if (path == nullptr && (argv[i][0] != '-' || strcmp(argv[i], "-") == 0)) {
             path = argv[i];
@@ -110,41 +85,12 @@ int main(int argc, char** argv) {
     // A person at a terminal keeps going after a mistake; everything else stops at it.
     bool interactive = path != nullptr && strcmp(path, "-") == 0 && isatty(STDIN_FILENO);
 
-    // The harness is the service host: its own thread, and the threads that play the lower
-    // layers, act as the host process; clients act as theirs only during their calls.
-    ::android::hardware::host::ScopedCallingIdentity host(arharness::kHostPid, arharness::kHostUid);
-    // The simulated module is the one below the HAL, whatever the environment says.
-    unsetenv("HAL_LIBRARY_PATH");
-    gTrace = new arharness::Trace(stdout, format);
-    __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
-    __android_log_set_logger(traceLogger);
-    gModule = new arharness::ModuleLayer(gTrace);
-    gModule->install();
-    gZel = new arharness::ZelLayer(gTrace);
-    // The client library only records its calls: they are traced just ahead of the next event.
-    gTrace->setBeforeEmit([] { gZel->flush(); });
-    gRunner = new arharness::Runner(gTrace, gModule, gZel);
-
-    int errors = 0;
-    std::string text;
-    for (int line = 1; std::getline(*in, text); ++line) {
-        if (gRunner->runLine(name, line, text)) continue;
-        ++errors;
-        fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, gRunner->error().c_str());
-        if (format == Format::kJsonl) {
-            printf("{\"file\":%s,\"line\":%d,\"kind\":\"error\",\"text\":%s}\n",
-                   arharness::jsonString(name).c_str(), line,
-                   arharness::jsonString(gRunner->error()).c_str());
-            fflush(stdout);
-        }
-        if (!interactive) break;
-    }
+    arharness::Runner::Options options;
+    options.interactive = interactive;
+    arharness::Runner::Summary summary =
+            arharness::startHost(stdout, format)->run(name, *in, options);
     fflush(stdout);
-    if (errors > 0) return 2;
-    if (gRunner->failures() > 0) {
-        fprintf(stderr, "%s: %d expectation%s failed\n", name.c_str(), gRunner->failures(),
-                gRunner->failures() == 1 ? "" : "s");
-        return 1;
-    }
+    if (summary.errors > 0) return 2;
+    if (summary.failed > 0) return 1;
     return 0;
 }

@@ -4,9 +4,11 @@ for --format=jsonl, that every line of the trace is a JSON object with file, lin
 
 usage: check_harness.py HARNESS CASE
        check_harness.py HARNESS examples_jsonl FOLDER
+       check_harness.py HARNESS readme_commands README
 """
 import json
 import os
+import pty
 import re
 import subprocess
 import sys
@@ -32,7 +34,8 @@ CASES = {
         r"2 expectations failed"], "text"),
     "failed_expectation_jsonl": (["--format=jsonl", "{file}"], FAILING, None, 1, [], "jsonl"),
     "typo": (["{file}"], "start\n# a comment\n\nstrat\nstart\n", None, 2,
-             [r"^\S*typo\.scenario:4: unknown command or client 'strat'$", "!already started"],
+             [r"^\S*typo\.scenario:4: unknown command or client 'strat'$", "!already started",
+              r"^    did you mean: start$"],
              "text"),
     "typo_jsonl": (["--format=jsonl", "{file}"], "start\nclient a pid=1 version=1.2 activity\n",
                    None, 2, [r"typo_jsonl\.scenario:2: usage: client NAME"], "jsonl"),
@@ -53,15 +56,28 @@ CASES = {
     "stdin": (["-"], None, "start\nexpect result service\n", 0, [], "text"),
     "stdin_error": (["-"], None, "start\nexpect nonsense\n", 2,
                     [r"^-:2: expect what\? 'nonsense'"], "text"),
+    "help": (["-"], None, "help zel\nhelp expect NAME no\nhelp zell\n", 2,
+             [r"^  zel notify RECORD\.\.\. \[status=N\]", r"^  expect NAME no METHOD\n      NAME",
+              "!expect NAME nothing", r"^-:3: no command 'zell'\n    did you mean: zel$"], "text"),
     "missing_file": (["/nonexistent/x.scenario"], None, None, 2, [r"cannot read"], "text"),
     "bad_option": (["--colour"], None, None, 2, [r"unexpected argument '--colour'"], "text"),
 }
 
 
-def check_jsonl(stdout):
+# The summary that ends the JSON Lines trace of a case: expectations held, failed, errors.
+SUMMARIES = {"failed_expectation_jsonl": (1, 2, 0), "typo_jsonl": (0, 0, 1)}
+
+
+def check_jsonl(stdout, summary=None):
     lines = stdout.splitlines()
     if not lines:
         return "no trace"
+    last = json.loads(lines[-1]) if lines[-1].startswith("{") else {}
+    counts = tuple(last.get(k) for k in ("held", "failed", "errors"))
+    if last.get("kind") != "summary" or not all(isinstance(c, int) for c in counts):
+        return "the trace does not end with its summary: " + lines[-1]
+    if summary is not None and counts != summary:
+        return "summary %s, expected %s" % (counts, summary)
     for number, line in enumerate(lines, 1):
         try:
             event = json.loads(line)
@@ -96,6 +112,44 @@ def check_examples(harness, folder):
     return 1 if problems else 0
 
 
+def check_readme_commands(harness, readme):
+    """The README's command table lists the harness's commands, in its order, and --help lists
+    each of them."""
+    def run(option):
+        return subprocess.run([harness, option], capture_output=True, text=True, timeout=60).stdout
+    commands = run("--commands").splitlines()
+    with open(readme) as text:
+        rows = re.findall(r"^\| `((?:[^`]|`(?! \|))*)` \|", text.read().split(
+            "| command | what it does |", 1)[1].split("\n\n", 1)[0], re.MULTILINE)
+    documented = [row.replace("\\|", "|") for row in rows]
+    problems = ["README lacks: " + c for c in commands if c not in documented]
+    problems += ["README lists, the harness lacks: " + d for d in documented if d not in commands]
+    if not problems and documented != commands:
+        problems.append("README lists the commands in another order")
+    usage = run("--help")
+    problems += ["--help lacks: " + c for c in commands if "  " + c + "\n" not in usage]
+    print("\n".join(problems))
+    return 1 if problems else 0
+
+
+def check_terminal(harness):
+    """With - on a terminal, the harness prompts for each line and goes on after an error."""
+    master, slave = pty.openpty()
+    run = subprocess.Popen([harness, "-"], stdin=slave, stdout=subprocess.PIPE,
+                           stderr=subprocess.PIPE, text=True)
+    os.close(slave)
+    os.write(master, b"strat\nstart\nexpect result service\n\x04")
+    out, err = run.communicate(timeout=120)
+    os.close(master)
+    problems = [] if run.returncode == 2 else ["exit status %d" % run.returncode]
+    if err.count("ar-harness> ") != 4 or "-:1: unknown command or client 'strat'" not in err:
+        problems.append("no prompt for each line, or no error: " + err)
+    if "summary 1 expectations held, 0 failed, 1 scenario errors" not in out:
+        problems.append("the run did not go on after the error: " + out)
+    print("\n".join(problems))
+    return 1 if problems else 0
+
+
 def check_deterministic(harness):
     """Runs of the default scenario print the same events for each scenario line; only their
     order within a line may differ (the HAL walks its clients in address order)."""
@@ -119,6 +173,10 @@ def main():
     harness, name = sys.argv[1], sys.argv[2]
     if name == "examples_jsonl":
         return check_examples(harness, sys.argv[3])
+    if name == "readme_commands":
+        return check_readme_commands(harness, sys.argv[3])
+    if name == "terminal":
+        return check_terminal(harness)
     if name == "deterministic":
         return check_deterministic(harness)
     args, text, stdin, status, patterns, form = CASES[name]
@@ -137,7 +195,7 @@ def main():
         if bool(re.search(pattern.lstrip("!"), run.stderr, re.MULTILINE)) == absent:
             problems.append("stderr %s: %s" % ("matches" if absent else "does not match", pattern))
     if form == "jsonl":
-        problem = check_jsonl(run.stdout)
+        problem = check_jsonl(run.stdout, SUMMARIES.get(name))
         if problem:
             problems.append(problem)
     if problems:

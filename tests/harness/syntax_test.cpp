@@ -141,4 +141,39 @@ TEST(HarnessSyntaxTest, ParamsAndJson) {
     EXPECT_EQ("a\\nb\\x7f", escapeText("a\nb\x7f"));
 }
 
+// The options after a batch's fixed words: only those the command allows, and no batch that
+// would exhaust the memory.
+TEST(HarnessSyntaxTest, BatchOptions) {
+    const char* allowed = "count= repeat= as= null nostate";
+    BatchOptions batch;
+    std::string error;
+    ASSERT_TRUE(parseBatchOptions({"e=1,a=2", "count=-1", "repeat=3", "as=7", "null", "nostate"}, 0,
+                                  allowed, Fields::kLongC, false, &batch, &error));
+    EXPECT_EQ("[e=1,a=2,t=0,c=0,s=0]", formatRecords(batch.records, Fields::kLongC));
+    EXPECT_TRUE(batch.hasCount && batch.count == -1 && batch.repeat == 3 && batch.pid == 7 &&
+                batch.null && batch.noState);
+    std::vector<std::string> many(11, "e=1");
+    many.push_back("repeat=10000");
+    for (const auto& c : std::vector<std::pair<std::vector<std::string>, std::string>>{
+                 {{"status=1"},
+                  "bad argument 'status=1' (a record such as e=1,a=3,t=1000, or count=, repeat=, "
+                  "as=, null, nostate)"},
+                 {{"count=100001"}, "bad count 'count=100001' (at most 100000)"},
+                 {{"repeat=0"}, "bad repeat 'repeat=0' (1 to 10000)"},
+                 {many, "a batch holds at most 100000 records"},
+                 {{"x=0123456789abcdef0123456789abcdefX"},
+                  "x holds at most 32 bytes in a legacy record"}}) {
+        EXPECT_FALSE(parseBatchOptions(c.first, 0, allowed, Fields::kLongC, false, &batch, &error));
+        EXPECT_EQ(c.second, error);
+    }
+}
+
+TEST(HarnessSyntaxTest, ClosestWords) {
+    using V = std::vector<std::string>;
+    V known = {"start", "client", "kill", "expect", "zel", "module", "kill"};
+    EXPECT_EQ(V({"start"}), closestWords("strat", known));
+    EXPECT_EQ(V({"kill"}), closestWords("kil", known));
+    EXPECT_EQ(V(), closestWords("foozzzzz", known));
+}
+
 }  // namespace

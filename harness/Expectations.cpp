@@ -1,0 +1,333 @@
+// Expectations: each looks at the events of the step before it and uses up the one it matches.
+#include <string.h>
+
+#include <algorithm>
+
+#include "Runner.h"
+
+namespace arharness {
+namespace {
+
+// Entries of the module that take extra parameters.
+bool takesParams(const std::string& entry) {
+    return entry == "enable_activity_event_extend" || entry == "init_environment" ||
+           entry == "exit_environment" || entry == "enable_environment";
+}
+
+// A priority as a letter (V D I W E F) or its number (2 to 7).
+bool parsePriority(const std::string& text, char* letter) {
+    if (text.size() == 1 && strchr("VDIWEF", text[0]) != nullptr) {
+        *letter = text[0];
+        return true;
+    }
+    int64_t number;
+    if (parseInt64(text, &number) && number >= 2 && number <= 7) {
+        *letter = priorityLetter(static_cast<int>(number));
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+void Runner::check(const std::string& expectation, bool ok, const std::string& expected,
+                   const std::string& got) {
+    Event event("check", ok ? "{ok} expect {expectation}"
+                            : "{ok} expect {expectation}: expected {expected}; got {got}");
+    event.add("ok", ok ? "ok    " : "FAILED", ok ? "true" : "false")
+            .addString("expectation", expectation);
+    if (!ok) event.addString("expected", expected).addString("got", got);
+    mTrace->emit(std::move(event));
+    ++(ok ? mSummary.held : mSummary.failed);
+    if (!ok) {
+        fprintf(stderr, "%s:%d: expectation failed: %s\n    expected: %s\n    got: %s\n",
+                mFile.c_str(), mLine, expectation.c_str(), expected.c_str(), got.c_str());
+    }
+}
+
+bool Runner::consume(const std::string& kind, const std::string& subject, const std::string& name,
+                     const std::string& detail, std::string* got) {
+    return consumeIf(
+            kind, subject,
+            [&](const Event& event) { return event.name == name && event.detail == detail; }, got);
+}
+
+bool Runner::consumeIf(const std::string& kind, const std::string& subject,
+                       const std::function<bool(const Event&)>& matches, std::string* got) {
+    bool found = false;
+    std::vector<std::string> seen;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (Event& event : events) {
+            if (event.kind != kind || event.subject != subject) continue;
+            if (!found && !event.consumed && matches(event)) {
+                event.consumed = true;
+                found = true;
+                return;
+            }
+            seen.push_back(event.line());
+        }
+    });
+    *got = seen.empty() ? "nothing" : join(seen, " | ");
+    return found;
+}
+
+bool Runner::nothingElse(const std::string& kind, const std::string& subject,
+                         const std::string& name, std::string* got) {
+    std::vector<std::string> seen;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (const Event& event : events) {
+            if (event.kind == kind && event.subject == subject && !event.consumed &&
+                (name.empty() || event.name == name)) {
+                seen.push_back(event.line());
+            }
+        }
+    });
+    *got = join(seen, " | ");
+    return seen.empty();
+}
+
+// expect result VALUE...
+bool Runner::expectResult(const Args& args) {
+    std::string expectation = rest(args, 1);
+    if (mResult.type == Result::Type::kNone) {
+        return fail("expect result: the command before it answered nothing to expect");
+    }
+    std::string expected;
+    bool noAnswer = args.size() == 3 && args[2] == "no-answer";
+    switch (mResult.type) {
+        case Result::Type::kInt: {
+            int64_t value;
+            if (args.size() != 3 || !parseInt64(args[2], &value)) {
+                return fail("usage: expect result NUMBER (" + mResult.method + " answers a number)");
+            }
+            expected = std::to_string(value);
+            break;
+        }
+        case Result::Type::kWord:
+            if (args.size() != 3) return fail("usage: expect result service|null|@N");
+            expected = args[2];
+            break;
+        case Result::Type::kStrings: {
+            std::vector<std::string> quoted;
+            for (size_t i = 2; i < args.size(); ++i) quoted.push_back(quoteToken(args[i]));
+            expected = noAnswer ? "no answer" : "[" + join(quoted, " ") + "]";
+            break;
+        }
+        case Result::Type::kRecords: {
+            std::vector<Record> records;
+            for (size_t i = 2; i < args.size() && !noAnswer; ++i) {
+                Record record;
+                std::string error;
+                if (!parseRecord(args[i], mResult.fields, &record, &error)) return fail(error);
+                records.push_back(record);
+            }
+            expected = noAnswer ? "no answer" : formatRecords(records, mResult.fields);
+            break;
+        }
+        case Result::Type::kNone:
+            break;
+    }
+    check(expectation, expected == mResult.text, mResult.method + " = " + expected,
+          mResult.method + " = " + mResult.text);
+    return true;
+}
+
+// expect log PRIORITY TAG TEXT, or log-containing PRIORITY TAG PART (for texts that carry what
+// the system says, such as a loader's error).
+bool Runner::expectLog(const Args& args) {
+    char priority;
+    bool part = args[1] == "log-containing";
+    if (args.size() != 5) {
+        return fail("usage: expect " + args[1] + " PRIORITY TAG " + (part ? "PART" : "TEXT") +
+                    " (quote the text)");
+    }
+    if (!parsePriority(args[2], &priority)) {
+        return fail("bad priority '" + args[2] + "' (V D I W E F, or 2 to 7)");
+    }
+    std::string got;
+    std::string name(1, priority);
+    bool ok = consumeIf(
+            "log", args[3],
+            [&](const Event& event) {
+                return event.name == name && (part ? event.detail.find(args[4]) != std::string::npos
+                                                   : event.detail == args[4]);
+            },
+            &got);
+    check(rest(args, 1), ok,
+          std::string("a line ") + priority + " " + args[3] + (part ? " containing: " : ": ") +
+                  escapeText(args[4]),
+          args[3] + " lines: " + got);
+    return true;
+}
+
+// expect no log TAG TEXT: no line of the tag contains the text.
+bool Runner::expectNoLog(const Args& args) {
+    if (args.size() != 5) return fail("usage: expect no log TAG TEXT (quote the text)");
+    std::vector<std::string> seen;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (const Event& event : events) {
+            if (event.kind == "log" && event.subject == args[3] &&
+                event.detail.find(args[4]) != std::string::npos) {
+                seen.push_back(event.line());
+            }
+        }
+    });
+    check(rest(args, 1), seen.empty(),
+          "no " + args[3] + " line containing \"" + escapeText(args[4]) + "\"", join(seen, " | "));
+    return true;
+}
+
+// expect module|zel|CLIENT nothing, or no ENTRY|NAME|METHOD: no (other) such event in the step.
+bool Runner::expectNone(const Args& args) {
+    bool nothing = args[2] == "nothing";
+    if (args.size() != (nothing ? 3u : 4u)) return failUsage();
+    const std::string& subject = args[1];
+    const Client* client = findClient(subject);
+    std::string what = client != nullptr     ? "delivery to " + subject
+                       : subject == "module" ? "call to reach the module"
+                                             : "call to reach the client library";
+    if (!nothing) {
+        const std::string& name = args[3];
+        if (client != nullptr && !checkCallbackMethod(*client->state, name)) return false;
+        if (subject == "module" && !ModuleLayer::isEntry(name)) {
+            return fail("the module has no entry " + name);
+        }
+        what = client != nullptr     ? name + " to " + subject
+               : subject == "module" ? "call of " + name
+                                     : name;
+    }
+    std::string got;
+    bool ok = nothingElse(client != nullptr ? "deliver" : subject, subject, nothing ? "" : args[3],
+                          &got);
+    check(rest(args, 1), ok, "no (other) " + what, got);
+    return true;
+}
+
+// expect module ENTRY [ARG...] [p=...] [x=...]
+bool Runner::expectModule(const Args& args) {
+    if (args.size() < 3) return failUsage();
+    std::string got;
+    const std::string& entry = args[2];
+    if (!ModuleLayer::isEntry(entry)) return fail("the module has no entry " + entry);
+    std::vector<std::string> numbers;
+    Params params;
+    std::string error;
+    for (size_t i = 3; i < args.size(); ++i) {
+        bool matched = false;
+        if (!parseParamsToken(args[i], &params, &matched, &error)) return fail(error);
+        if (matched) {
+            if (!takesParams(entry)) return fail(entry + " takes no extra parameters");
+            continue;
+        }
+        int64_t value;
+        if (!parseDuration(args[i], &value)) return fail("bad number '" + args[i] + "'");
+        numbers.push_back(std::to_string(value));
+    }
+    std::string detail = entry + "(" + join(numbers, ", ");
+    if (takesParams(entry)) detail += (numbers.empty() ? "" : ", ") + formatParams(params);
+    detail += ")";
+    bool ok = consume("module", "module", entry, detail, &got);
+    check(rest(args, 1), ok, detail, "module calls: " + got);
+    return true;
+}
+
+// expect zel NAME [ARG...]: NAME is a command ("ar-on", "ar-off", "modem-update") or an entry
+// point ("ZelGetData", ...); the arguments are its text parameter, its two integers, the data
+// key, the client name or ZelMotionEnable's argument.
+bool Runner::expectZel(const Args& args) {
+    if (args.size() < 3) return failUsage();
+    std::string got;
+    std::vector<std::string> parts(args.begin() + 3, args.end());
+    std::string detail = join(parts, " ");
+    bool ok = consume("zel", "zel", args[2], detail, &got);
+    check(rest(args, 1), ok, args[2] + " " + quoteToken(detail), "client library calls: " + got);
+    return true;
+}
+
+// expect order CLIENT CLIENT...: the first delivery of each named client in this step comes in
+// this order.
+bool Runner::expectOrder(const Args& args) {
+    if (args.size() < 4) return fail("usage: expect order CLIENT CLIENT...");
+    for (size_t i = 2; i < args.size(); ++i) {
+        if (findClient(args[i]) == nullptr) return fail("no client " + args[i]);
+    }
+    std::vector<std::string> firsts;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (const Event& event : events) {
+            if (event.kind == "deliver" &&
+                std::find(firsts.begin(), firsts.end(), event.subject) == firsts.end()) {
+                firsts.push_back(event.subject);
+            }
+        }
+    });
+    std::vector<std::string> named;
+    for (const std::string& name : firsts) {
+        if (std::find(args.begin() + 2, args.end(), name) != args.end()) named.push_back(name);
+    }
+    Args wanted(args.begin() + 2, args.end());
+    check(rest(args, 1), named == wanted, "first deliveries in the order " + join(wanted, " "),
+          firsts.empty() ? "no deliveries" : "first deliveries in the order " + join(named, " "));
+    return true;
+}
+
+bool Runner::checkCallbackMethod(const ClientState& state, const std::string& method) {
+    const auto& methods = callbackMethods(state.activity, state.v1_1);
+    if (std::find(methods.begin(), methods.end(), method) != methods.end()) return true;
+    return fail(state.name + " has no callback method '" + method + "' (" + join(methods, ", ") +
+                ")");
+}
+
+// expect CLIENT linkToDeath COOKIE, or unlinkToDeath
+bool Runner::expectLink(const Args& args) {
+    const ClientState& state = *findClient(args[1])->state;
+    bool link = args[2] == "linkToDeath";
+    int64_t cookie = 0;
+    if (link ? args.size() != 4 || !parseInt64(args[3], &cookie) : args.size() != 3) {
+        return failUsage();
+    }
+    std::string got;
+    bool ok = consume("link", state.name, args[2], link ? std::to_string(cookie) : "", &got);
+    check(rest(args, 1), ok, state.label() + " " + args[2] + (link ? " cookie " + args[3] : ""),
+          "links of " + state.name + ": " + got);
+    return true;
+}
+
+// expect CLIENT METHOD [RECORD...], or METHOD count=N
+bool Runner::expectClient(const Args& args) {
+    const ClientState& state = *findClient(args[1])->state;
+    std::string got;
+    if (args.size() < 3) return failUsage();
+    const std::string& method = args[2];
+    if (!checkCallbackMethod(state, method)) return false;
+    Fields fields = method == "onActivityChangedV1_0"         ? Fields::kShort
+                    : method == "onActivityChangedV1_1"       ? Fields::kShortC
+                    : method == "onActivityExtendChangedV1_1" ? Fields::kLongC
+                    : method == "onEnvironmentChangedV1_1"    ? Fields::kLongC
+                                                              : Fields::kLong;
+    // METHOD count=N: a delivery of N records, whatever they hold.
+    int32_t count;
+    if (args.size() == 4 && args[3].compare(0, 6, "count=") == 0) {
+        if (!parseInt32(args[3].substr(6), &count)) return fail("bad count '" + args[3] + "'");
+        bool ok = consumeIf(
+                "deliver", state.name,
+                [&](const Event& event) { return event.name == method && event.items == count; },
+                &got);
+        check(rest(args, 1), ok, state.label() + " " + method + " of " + args[3] + " records",
+              "deliveries to " + state.name + ": " + got);
+        return true;
+    }
+    std::vector<Record> records;
+    for (size_t i = 3; i < args.size(); ++i) {
+        Record record;
+        std::string error;
+        if (!parseRecord(args[i], fields, &record, &error)) return fail(method + ": " + error);
+        records.push_back(record);
+    }
+    std::string detail = formatRecords(records, fields);
+    bool ok = consume("deliver", state.name, method, detail, &got);
+    check(rest(args, 1), ok, state.label() + " " + method + " " + detail,
+          "deliveries to " + state.name + ": " + got);
+    return true;
+}
+
+}  // namespace arharness
