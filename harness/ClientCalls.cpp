@@ -341,6 +341,15 @@ bool Runner::callInterface(Client* client, const std::string& shownArgs, bool no
     return true;
 }
 
+bool Runner::needService() {
+    if (!mStarted) return fail("the service is not started (write start first)");
+    if (mService == nullptr) {
+        return fail("there is no service: " + std::string(kEntryPoint) + " answered null at line " +
+                    std::to_string(mStartLine));
+    }
+    return true;
+}
+
 // NAME METHOD ARG...: connect, register and every method of the client's interface.
 bool Runner::clientCall(const Args& args) {
     Client* client = findClient(args[0]);
@@ -351,11 +360,7 @@ bool Runner::clientCall(const Args& args) {
         return fail(state.name + " is dead (its process " + std::to_string(state.pid) +
                     " died at line " + std::to_string(mDeathLines[state.pid]) + ")");
     }
-    if (!mStarted) return fail("the service is not started (write start first)");
-    if (mService == nullptr) {
-        return fail("there is no service: " + std::string(kEntryPoint) + " answered null at line " +
-                    std::to_string(mStartLine));
-    }
+    if (!needService()) return false;
     const Side& side = sideOf(state);
     CallArgs call;
     std::string error;

@@ -177,6 +177,29 @@ bool Runner::expectNoLog(const Args& args) {
     return true;
 }
 
+// expect dump-containing TEXT: a line of the step's dump contains TEXT. Any number of these may
+// check one dump: its lines are not used up.
+bool Runner::expectDump(const Args& args) {
+    if (args.size() != 3) return failUsage();
+    int dumps = 0;
+    size_t lines = 0;
+    bool found = false;
+    mTrace->withStep([&](std::vector<Event>& events) {
+        for (const Event& event : events) {
+            if (event.kind != "dump") continue;
+            ++dumps;
+            for (const std::string& line : splitLines(event.detail)) {
+                found = found || line.find(args[2]) != std::string::npos;
+                ++lines;
+            }
+        }
+    });
+    if (dumps == 0) return fail("expect dump-containing: the command before it was not a dump");
+    check(rest(args, 1), found, "a line of the dump containing \"" + escapeText(args[2]) + "\"",
+          "none of its " + std::to_string(lines) + " lines");
+    return true;
+}
+
 // expect module|zel|CLIENT nothing, or no ENTRY|NAME|METHOD: no (other) such event in the step.
 bool Runner::expectNone(const Args& args) {
     bool nothing = args[2] == "nothing";

@@ -6,7 +6,7 @@
 //
 // The handlers live with their kind: SetupCommands.cpp (properties, the module's and the client
 // library's answers, start, clients), Reports.cpp (batches the lower layers report),
-// ClientCalls.cpp (what clients call, and their deaths), Expectations.cpp.
+// ClientCalls.cpp (what clients call, and their deaths), StateDump.cpp, Expectations.cpp.
 #pragma once
 
 #include <stdio.h>
@@ -124,16 +124,22 @@ class Runner {
     template <typename Invoke>
     bool callInterface(Client* client, const std::string& shownArgs, bool noState, Result result,
                        const Invoke& invoke);
+    // False (with the error) before start, or when start got no service.
+    bool needService();
     bool connect(Client* client, const std::string& getter);
     bool needInterface(Client* client);
     void traceCall(const ClientState& state, const std::string& method, const std::string& args);
     void traceReturn(const ClientState& state, Result result);
     std::string interfaceName(const void* object);
 
+    // ---- the state dump (StateDump.cpp) ----
+    bool dump(const Args& args);
+
     // ---- expectations (Expectations.cpp) ----
     bool expectResult(const Args& args);
     bool expectLog(const Args& args);
     bool expectNoLog(const Args& args);
+    bool expectDump(const Args& args);
     bool expectModule(const Args& args);
     bool expectZel(const Args& args);
     bool expectOrder(const Args& args);

@@ -519,6 +519,16 @@ std::string join(const std::vector<std::string>& parts, const std::string& separ
     return text;
 }
 
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    for (size_t at = 0; at < text.size();) {
+        size_t end = std::min(text.find('\n', at), text.size());
+        lines.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
 std::string rest(const std::vector<std::string>& tokens, size_t from) {
     std::vector<std::string> quoted;
     for (size_t i = from; i < tokens.size(); ++i) quoted.push_back(quoteToken(tokens[i]));

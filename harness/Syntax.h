@@ -97,6 +97,8 @@ char priorityLetter(int priority);
 std::string join(const std::vector<std::string>& parts, const std::string& separator);
 // The tokens from `from` on as scenario text again, quoted where they need it.
 std::string rest(const std::vector<std::string>& tokens, size_t from);
+// The lines of a text, without their line ends (a last line end starts no line).
+std::vector<std::string> splitLines(const std::string& text);
 // The words of a text separated by blanks.
 std::vector<std::string> splitWords(const std::string& text);
 // The known words nearest to `word` by edit distance (at most three), none when every one is
