@@ -1,8 +1,9 @@
-// The scenario interpreter: runs one line at a time against the HAL, loaded as a passthrough host
-// loads it, with the simulated lower layers below it. Every command is a row of one table (its
-// words, its arguments, a line of help and its handler), which drives dispatch, the names that
-// clients may not take, help and the README's command table. Scenario errors (unknown command,
-// bad argument, impossible request) stop the line with a message; failed expectations are counted.
+// The scenario interpreter: runs one line at a time against the HAL, got through getService as a
+// passthrough client gets it, with the simulated lower layers below it. Every command is a row of
+// one table (its words, its arguments, a line of help and its handler), which drives dispatch, the
+// names that clients may not take, help and the README's command table. Scenario errors (unknown
+// command, bad argument, impossible request) stop the line with a message; failed expectations are
+// counted.
 //
 // The handlers live with their kind: SetupCommands.cpp (properties, the module's and the client
 // library's answers, start, clients), Reports.cpp (batches the lower layers report),

@@ -1,6 +1,7 @@
 // ar-harness: a passthrough service host for the activity-recognition HAL on Linux, and a
-// scenario runner. It loads the HAL library by name and calls its entry point as the platform's
-// service host does, with the simulated legacy module below it, runs a scenario (the built-in
+// scenario runner. It gets the service through getService, which finds the HAL library and calls
+// its entry point as the platform's passthrough mode does, with the simulated legacy module below
+// it, runs a scenario (the built-in
 // default, a file, or standard input line by line) and prints a chronological trace of what
 // every client received, what reached the lower layers and what was logged.
 //
