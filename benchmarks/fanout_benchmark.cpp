@@ -7,8 +7,7 @@
 // The HAL keeps process-wide state that only grows (registered processes, first-seen pids), so
 // each benchmark configuration must run in a process of its own: scripts/run-benchmarks.sh does
 // that and prints the ratios to the floor. Under callgrind (--collect-atstart=no) only the
-// batches are counted, from the second batch of the process on, and the number of batches
-// counted is printed at exit.
+// batches are counted, and their number is printed at exit.
 #define LOG_TAG "AR_impl"
 
 #include <android-base/properties.h>
@@ -69,22 +68,23 @@ void setUpLogging(bool toStderr) {
 }
 
 // --- batches as callgrind counts them --------------------------------------------------------
-size_t g_batchesSeen = 0;
 size_t g_batchesCounted = 0;
 
+// Under callgrind every batch is counted but the first of the process, which is run once more
+// beforehand, uncounted, to warm up.
 template <typename Batch>
 void measured(Batch batch) {
     if (!RUNNING_ON_VALGRIND) {
         batch();
         return;
     }
-    const bool counted = g_batchesSeen++ > 0;
-    if (counted) CALLGRIND_TOGGLE_COLLECT;
+    static bool warm = false;
+    if (!warm) batch();
+    warm = true;
+    CALLGRIND_TOGGLE_COLLECT;
     batch();
-    if (counted) {
-        CALLGRIND_TOGGLE_COLLECT;
-        ++g_batchesCounted;
-    }
+    CALLGRIND_TOGGLE_COLLECT;
+    ++g_batchesCounted;
 }
 
 // --- the service ---------------------------------------------------------------------------
