@@ -11,10 +11,8 @@
 
 #include <algorithm>
 #include <new>
-#include <optional>
 #include <set>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace vendor {
 namespace quarn {
@@ -49,6 +47,7 @@ std::vector<EventResponseData> ActivityInterface::mLastActivityEvent;
 std::vector<EnableRequestData> ActivityInterface::mEventData;
 std::vector<FirstReport> ActivityInterface::firstReport;
 std::vector<uint64_t> ActivityInterface::packageNames;
+uint64_t ActivityInterface::sEventListsGeneration = 0;
 namespace {
 std::set<int32_t> g_zelSupportedActivities;       // activities routed to the client library
 std::vector<EnableToNativeData> g_zelEnableData;  // pairs on in the client library; not locked
@@ -64,116 +63,193 @@ constexpr char kZelClient[] = "ar-client";
 }  // namespace
 
 namespace {
-// Lookups into the two lists that the intake of one batch appends to: the last event per (pid,
-// activity) and the pids that were sent events. While a batch is taken in nothing else changes
-// them but a disable, which erases last events without a lock: a position found in the index is
-// checked before it is used. Entries the batch appends are added as it goes. Short lists and
-// small batches are searched directly.
-class IntakeIndex {
-  public:
-    IntakeIndex(std::vector<EventResponseData>& last, std::vector<uint64_t>& pids)
-        : mLast(last), mPids(pids) {}
+// What the intake looks up, kept beside the lists it indexes and guarded by eventMutex; rebuilt
+// whenever sEventListsGeneration has moved since it was built. The positions it remembers in
+// mLastActivityEvent and packageNames (lists of mListMutex, held throughout an intake) are
+// checked before use, since a disable erases last events without any lock.
+constexpr uint32_t kUnknown = UINT32_MAX;
 
-    // The first entry of (pid, activity), or null.
-    EventResponseData* FindLast(uint64_t pid, uint32_t activity) {
-        if (!mLastIndexed && !WorthIndexing(mLastSearched, mLast.size())) {
-            auto found = std::find_if(mLast.begin(), mLast.end(), [&](const auto& entry) {
-                return entry.pid == pid && entry.activity == activity;
-            });
-            mLastSearched += found - mLast.begin();
-            return found == mLast.end() ? nullptr : &*found;
-        }
-        if (!mLastIndexed) {
-            for (size_t i = 0; i < mLast.size(); ++i) {
-                mLastPositions.emplace(Key{mLast[i].pid, mLast[i].activity}, i);
-            }
-            mLastIndexed = true;
-        }
-        auto found = mLastPositions.find(Key{pid, activity});
-        if (found == mLastPositions.end()) return nullptr;
-        // A disable erases last events without any lock; should one have moved the entry, the
-        // index is built again.
-        if (found->second >= mLast.size() || mLast[found->second].pid != pid ||
-            mLast[found->second].activity != activity) {
-            mLastIndexed = false;
-            mLastPositions.clear();
-            mLastSearched = 0;
-            for (EventResponseData& entry : mLast) {
-                if (entry.pid == pid && entry.activity == activity) return &entry;
-            }
-            return nullptr;
-        }
-        return &mLast[found->second];
-    }
+uint64_t PairKey(uint32_t activity, uint32_t eventType) {
+    return static_cast<uint64_t>(activity) << 32 | eventType;
+}
 
-    void AppendLast(const EventResponseData& entry) {
-        mLast.push_back(entry);
-        if (mLastIndexed) mLastPositions.emplace(Key{entry.pid, entry.activity}, mLast.size() - 1);
-    }
-
-    // Appends the pid unless it is there already.
-    void AddPid(uint64_t pid) {
-        if (!mPidsIndexed && !WorthIndexing(mPidsSearched, mPids.size())) {
-            auto found = std::find(mPids.begin(), mPids.end(), pid);
-            mPidsSearched += found - mPids.begin();
-            if (found != mPids.end()) return;
-        } else {
-            if (!mPidsIndexed) {
-                mKnownPids.insert(mPids.begin(), mPids.end());
-                mPidsIndexed = true;
-            }
-            if (mKnownPids.count(pid) != 0) return;
-            mKnownPids.insert(pid);
-        }
-        mPids.push_back(pid);
-    }
-
-  private:
-    // Building an index costs about as much as searching the list some tens of times over, so a
-    // list is indexed only once this batch has searched through it that often: small batches and
-    // short lists are searched directly.
-    static bool WorthIndexing(size_t searched, size_t size) {
-        return size >= kDirectSearch && searched > 64 * size;
-    }
-    static constexpr size_t kDirectSearch = 16;
-    struct Key {
-        uint64_t pid;
-        uint32_t activity;
-        bool operator==(const Key& other) const {
-            return pid == other.pid && activity == other.activity;
-        }
-    };
-    struct KeyHash {
-        size_t operator()(const Key& key) const {
-            return std::hash<uint64_t>()(key.pid * 0x9e3779b97f4a7c15ULL ^ key.activity);
-        }
-    };
-
-    std::vector<EventResponseData>& mLast;
-    std::vector<uint64_t>& mPids;
-    bool mLastIndexed = false;
-    bool mPidsIndexed = false;
-    size_t mLastSearched = 0;
-    size_t mPidsSearched = 0;
-    std::unordered_map<Key, size_t, KeyHash> mLastPositions;
-    std::unordered_set<uint64_t> mKnownPids;
+// A request of mEventData, filed under its pair.
+struct IndexedRequest {
+    uint64_t pair;
+    uint32_t request;      // position in mEventData
+    uint32_t last;         // position of its (pid, activity) in mLastActivityEvent, if known
+    uint32_t pidPosition;  // position of its pid in packageNames, if known
 };
 
-// The fan-out finds a pid's position in packageNames by searching it, unless both the list and
-// the batch are long enough for an index of the list to pay for itself.
-constexpr size_t kDirectPidSearch = 16;
-constexpr size_t kIndexedBatch = 128;
+// The requests of one pair, positions [begin, end) of IntakeLookups::requests (end 0: a free
+// slot), and the first-report limit last looked up for it, with the intake pid it was for.
+struct PairSlot {
+    uint64_t pair;
+    uint32_t begin;
+    uint32_t end;
+    bool limitKnown;
+    uint64_t limitPid;
+    int64_t limit;
+};
 
-// The index of the batch being taken in on this thread, if any.
-thread_local IntakeIndex* g_intakeIndex = nullptr;
+struct IntakeLookups {
+    uint64_t generation = UINT64_MAX;      // that of the lists when built; none at first
+    std::vector<IndexedRequest> requests;  // by pair, then position
+    std::vector<PairSlot> slots;           // open addressing over the pairs of `requests`
+    size_t mask = 0;
+    std::vector<FirstReport> limits;  // the first firstReport entry of each (pid, pair)
 
-activity_event ToActivityEvent(const EventResponseData& entry) {
-    activity_event event{};
-    event.event_type = entry.eventType;
-    event.activity = entry.activity;
-    event.timestamp = entry.timestamp;
-    event.confidence = entry.confidence;
-    return event;
+    static size_t Hash(uint64_t pair) { return (pair * 0x9e3779b97f4a7c15ULL) >> 32; }
+
+    // The slot of the pair, or null when no request is for it.
+    PairSlot* Find(uint64_t pair) {
+        for (size_t i = Hash(pair) & mask;; i = (i + 1) & mask) {
+            PairSlot& slot = slots[i];
+            if (slot.end == 0) return nullptr;
+            if (slot.pair == pair) return &slot;
+        }
+    }
+
+    void Build(const std::vector<EnableRequestData>& eventData,
+               const std::vector<FirstReport>& firstReport,
+               const std::vector<EventResponseData>& lastEvents, const std::vector<uint64_t>& pids);
+
+    // The timestamp of the first firstReport entry of (pid, the slot's pair), 0 when none.
+    int64_t Limit(PairSlot& slot, uint64_t pid) {
+        if (!slot.limitKnown || slot.limitPid != pid) {
+            slot.limit = 0;
+            for (const FirstReport& entry : limits) {
+                if (entry.pid == pid && PairKey(entry.activity, entry.eventType) == slot.pair) {
+                    slot.limit = entry.timestamp;
+                    break;
+                }
+            }
+            slot.limitKnown = true;
+            slot.limitPid = pid;
+        }
+        return slot.limit;
+    }
+};
+
+void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
+                          const std::vector<FirstReport>& firstReport,
+                          const std::vector<EventResponseData>& lastEvents,
+                          const std::vector<uint64_t>& pids) {
+    struct PidActivityHash {
+        size_t operator()(const std::pair<uint64_t, uint32_t>& key) const {
+            return std::hash<uint64_t>()(key.first * 0x9e3779b97f4a7c15ULL ^ key.second);
+        }
+    };
+    std::unordered_map<std::pair<uint64_t, uint32_t>, uint32_t, PidActivityHash> lastPositions;
+    for (size_t i = 0; i < lastEvents.size(); ++i) {
+        lastPositions.emplace(std::make_pair(lastEvents[i].pid, lastEvents[i].activity),
+                              static_cast<uint32_t>(i));
+    }
+    std::unordered_map<uint64_t, uint32_t> pidPositions;
+    for (size_t i = 0; i < pids.size(); ++i)
+        pidPositions.emplace(pids[i], static_cast<uint32_t>(i));
+    requests.clear();
+    for (size_t i = 0; i < eventData.size(); ++i) {
+        const EnableRequestData& request = eventData[i];
+        auto last = lastPositions.find({request.pid, request.activity});
+        auto pid = pidPositions.find(request.pid);
+        requests.push_back({PairKey(request.activity, request.eventType), static_cast<uint32_t>(i),
+                            last == lastPositions.end() ? kUnknown : last->second,
+                            pid == pidPositions.end() ? kUnknown : pid->second});
+    }
+    std::sort(requests.begin(), requests.end(), [](const auto& a, const auto& b) {
+        return a.pair != b.pair ? a.pair < b.pair : a.request < b.request;
+    });
+    size_t size = 2;
+    while (size < 2 * requests.size()) size *= 2;
+    slots.assign(size, PairSlot{});
+    mask = size - 1;
+    for (size_t begin = 0, end = 0; begin < requests.size(); begin = end) {
+        const uint64_t pair = requests[begin].pair;
+        for (end = begin + 1; end < requests.size() && requests[end].pair == pair; ++end) {
+        }
+        size_t i = Hash(pair) & mask;
+        while (slots[i].end != 0) i = (i + 1) & mask;
+        slots[i] = {pair, static_cast<uint32_t>(begin), static_cast<uint32_t>(end), false, 0, 0};
+    }
+    limits = firstReport;
+}
+
+IntakeLookups g_intake;
+
+// The events of one batch for each pid, at the pid's position in packageNames; guarded by
+// mListMutex, emptied after every delivery and kept with their capacity.
+std::vector<std::vector<V1_1::ActivityEventV1_1>> g_eventsByPid;
+
+// The lists that the intake appends to, with where their contents lie as last read.
+struct IntakeLists {
+    std::vector<EventResponseData>& lastEvents;
+    std::vector<uint64_t>& pids;
+    EventResponseData* lastData = nullptr;
+    size_t lastCount = 0;
+    const uint64_t* pidData = nullptr;
+    size_t pidCount = 0;
+    std::vector<V1_1::ActivityEventV1_1>* buffers = nullptr;
+
+    IntakeLists(std::vector<EventResponseData>& last, std::vector<uint64_t>& pidList)
+        : lastEvents(last), pids(pidList) {
+        if (g_eventsByPid.size() < pids.size()) g_eventsByPid.resize(pids.size());
+        Reread();
+    }
+    void Reread() {
+        lastData = lastEvents.data();
+        lastCount = lastEvents.size();
+        pidData = pids.data();
+        pidCount = pids.size();
+        buffers = g_eventsByPid.data();
+    }
+};
+
+// The position of the first last event of the request's (pid, activity), searched from the
+// front; a new entry with the event's timestamp when there is none.
+uint32_t FindOrAddLastEvent(IntakeLists& lists, const EnableRequestData& request,
+                            int64_t timestamp) {
+    std::vector<EventResponseData>& last = lists.lastEvents;
+    auto found = std::find_if(last.begin(), last.end(), [&](const EventResponseData& entry) {
+        return entry.pid == request.pid && entry.activity == request.activity;
+    });
+    if (found == last.end()) {
+        EventResponseData entry{};
+        entry.pid = request.pid;
+        entry.activity = request.activity;
+        entry.timestamp = timestamp;
+        found = last.insert(found, entry);
+    }
+    const auto position = static_cast<uint32_t>(found - last.begin());
+    lists.Reread();
+    return position;
+}
+
+// The position of the pid in packageNames, appended when new.
+uint32_t FindOrAddPackageName(IntakeLists& lists, uint64_t pid) {
+    auto found = std::find(lists.pids.begin(), lists.pids.end(), pid);
+    if (found == lists.pids.end()) found = lists.pids.insert(found, pid);
+    const auto position = static_cast<uint32_t>(found - lists.pids.begin());
+    if (g_eventsByPid.size() < lists.pids.size()) g_eventsByPid.resize(lists.pids.size());
+    lists.Reread();
+    return position;
+}
+
+// For an event that passed the first-report limit, one matching request: records the event type
+// last passed on for the request's (pid, activity) and files the event under the request's pid.
+// The intake keeps one last event per (pid, activity), so an entry of the request's (pid,
+// activity) at the remembered position is the first one; packageNames only grows.
+inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableRequestData& request,
+                        IndexedRequest& indexed, IntakeLists& lists) {
+    if (indexed.last >= lists.lastCount || lists.lastData[indexed.last].pid != request.pid ||
+        lists.lastData[indexed.last].activity != request.activity) {
+        indexed.last = FindOrAddLastEvent(lists, request, event.timestamp);
+    }
+    lists.lastData[indexed.last].eventType = event.eventType;
+    if (indexed.pidPosition >= lists.pidCount || lists.pidData[indexed.pidPosition] != request.pid) {
+        indexed.pidPosition = FindOrAddPackageName(lists, request.pid);
+    }
+    lists.buffers[indexed.pidPosition].push_back(event);
 }
 }  // namespace
 
@@ -560,6 +636,7 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
             for (auto it = mEventData.begin(); it != mEventData.end();) {
                 it = it->pid == pid ? mEventData.erase(it) : it + 1;
             }
+            ++sEventListsGeneration;
         }
         mClientVectorV1_1.removeItemsAt(i);
         ALOGI("######V1_1 Match, remainder cb[%d]!!!######",
@@ -589,96 +666,57 @@ void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
     int pid = 0;
     CallingPid(&pid);
     ::android::Mutex::Autolock lock(mListMutex);
-    std::vector<EventResponseData> batch;
-    PackageNamePush(events, count, pid, batch);
-    ActivitiesReport(batch);
+    PackageNamePush(events, count, pid);
+    ActivitiesReport();
     ALOGI("ActChangedCb end, pid[%d]", pid);
 }
 
-// One batch entry per (event, matching request), in event order.
-void ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid,
-                                        std::vector<EventResponseData>& batch) {
-    IntakeIndex index(mLastActivityEvent, packageNames);
-    g_intakeIndex = &index;
+// Matches each event against the requests, in list order, as of the moment the event is taken
+// (an enable or disable may land between two events), and files one entry per matching request
+// under the request's pid. Returns the number of entries.
+size_t ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid) {
+    size_t entries = 0;
+    IntakeLists lists(mLastActivityEvent, packageNames);
     for (int i = 0; i < count; ++i) {
         const activity_event& event = events[i];
         if (event.event_type == 0) continue;
         ::android::Mutex::Autolock lock(eventMutex);
-        for (const EnableRequestData& request : mEventData) {
-            if (request.activity == event.activity && request.eventType == event.event_type) {
-                OneDataPush(static_cast<int>(event.activity), event, pid, request, batch);
-            }
+        if (g_intake.generation != sEventListsGeneration) {
+            g_intake.Build(mEventData, firstReport, mLastActivityEvent, packageNames);
+            g_intake.generation = sEventListsGeneration;
         }
-    }
-    g_intakeIndex = nullptr;
-}
-
-// Runs under mListMutex and eventMutex. The first-report limit is looked up under the pid that
-// delivers the batch, not under the request's pid.
-void ActivityInterface::OneDataPush(int activity, activity_event event, int pid,
-                                    EnableRequestData request,
-                                    std::vector<EventResponseData>& batch) {
-    const int64_t limit =
-            GetLastTime(PidKey(pid), static_cast<uint32_t>(activity), event.event_type);
-    if (event.timestamp < limit) return;
-
-    IntakeIndex* batchIndex = g_intakeIndex;
-    std::optional<IntakeIndex> direct;
-    if (batchIndex == nullptr) batchIndex = &direct.emplace(mLastActivityEvent, packageNames);
-    IntakeIndex& index = *batchIndex;
-    EventResponseData* last = index.FindLast(request.pid, request.activity);
-    if (last != nullptr) {
-        last->eventType = event.event_type;
-    } else {
-        EventResponseData entry{};
-        entry.pid = request.pid;
-        entry.activity = request.activity;
+        PairSlot* slot = g_intake.Find(PairKey(event.activity, event.event_type));
+        if (slot == nullptr) continue;
+        // Deliberate: the limit is the one filed under the pid that delivers the batch, not under
+        // the request's pid. Guarded by ActivityEventsTest.Matching.
+        if (event.timestamp < g_intake.Limit(*slot, PidKey(pid))) continue;
+        // The request's activity is the event's.
+        V1_1::ActivityEventV1_1 entry;
         entry.eventType = event.event_type;
+        entry.activity = event.activity;
         entry.timestamp = event.timestamp;
-        index.AppendLast(entry);
+        entry.confidence = event.confidence;
+        lists.Reread();  // a disable may have erased last events meanwhile
+        IndexedRequest* const first = g_intake.requests.data() + slot->begin;
+        IndexedRequest* const end = g_intake.requests.data() + slot->end;
+        const EnableRequestData* const requests = mEventData.data();
+        for (IndexedRequest* indexed = first; indexed != end; ++indexed) {
+            OneDataPush(entry, requests[indexed->request], *indexed, lists);
+        }
+        entries += static_cast<size_t>(end - first);
     }
-
-    EventResponseData response{};
-    response.pid = request.pid;
-    response.activity = request.activity;
-    response.eventType = event.event_type;
-    response.timestamp = event.timestamp;
-    response.confidence = event.confidence;
-    batch.push_back(response);
-
-    index.AddPid(request.pid);
+    return entries;
 }
 
 // Runs under mListMutex. For each pid that was ever sent an event: its 1.1 clients get its events
-// when there are any, and every 1.0 client gets them, possibly empty.
-void ActivityInterface::ActivitiesReport(const std::vector<EventResponseData>& batch) {
+// of the batch when there are any, and every 1.0 client gets them, possibly none.
+void ActivityInterface::ActivitiesReport() {
     if (packageNames.empty()) return;
     const size_t pidCount = packageNames.size();
-    // The batch's events by the position of their pid in packageNames, in batch order, sorted
-    // out in one pass; a long packageNames is indexed first.
-    std::unordered_map<uint64_t, size_t> positions;
-    const bool indexed = pidCount > kDirectPidSearch && batch.size() > kIndexedBatch;
-    if (indexed) {
-        positions.reserve(pidCount);
-        for (size_t i = 0; i < pidCount; ++i) positions.emplace(packageNames[i], i);
-    }
-    auto positionOf = [&](uint64_t pid) -> size_t {
-        if (indexed) {
-            auto found = positions.find(pid);
-            return found == positions.end() ? pidCount : found->second;
-        }
-        return std::find(packageNames.begin(), packageNames.end(), pid) - packageNames.begin();
-    };
-    std::vector<std::vector<V1_1::ActivityEventV1_1>> eventsByPid(pidCount);
-    for (const EventResponseData& entry : batch) {
-        const uint64_t pid = entry.pid;  // the record is packed: read the field by value
-        const size_t position = positionOf(pid);
-        if (position == pidCount) continue;
-        eventsByPid[position].push_back(convertAEToAEV1_1(ToActivityEvent(entry)));
-    }
+    if (g_eventsByPid.size() < pidCount) g_eventsByPid.resize(pidCount);
     for (size_t i = 0; i < pidCount; ++i) {
         const uint64_t pid = packageNames[i];
-        const std::vector<V1_1::ActivityEventV1_1>& eventsV1_1 = eventsByPid[i];
+        std::vector<V1_1::ActivityEventV1_1>& eventsV1_1 = g_eventsByPid[i];
         if (!eventsV1_1.empty() && !mClientVectorV1_1.isEmpty()) {
             for (size_t j = 0; j < mClientVectorV1_1.size(); ++j) {
                 if (mClientVectorV1_1.valueAt(j) != pid) continue;
@@ -687,8 +725,9 @@ void ActivityInterface::ActivitiesReport(const std::vector<EventResponseData>& b
                 Return<void> ret = callback->onActivityChangedV1_1(
                         hidl_vec<V1_1::ActivityEventV1_1>(eventsV1_1));
                 if (!ret.isOk()) {
-                    // Names the map entry at the pid's position in packageNames; past the end of
-                    // the map, the client that failed.
+                    // Deliberate: names the map entry at the pid's position in packageNames, not
+                    // the client that failed; past the end of the map, the client that failed.
+                    // Guarded by ActivityEventsTest.FailedCallNamesTheEntryAtThePidsPosition.
                     const size_t shown = i < mClientVectorV1_1.size() ? i : j;
                     ALOGI("%s: Unable to invoke onActivityChangedV1_1 PID[%lu]", "ActivitiesReport",
                           mClientVectorV1_1.valueAt(shown));
@@ -708,6 +747,7 @@ void ActivityInterface::ActivitiesReport(const std::vector<EventResponseData>& b
                 eventsV1_0.push_back(shortForm);
             }
         }
+        eventsV1_1.clear();
         ActChangedCbV1_0(eventsV1_0);
     }
 }
@@ -830,11 +870,10 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
     int pid = 0;
     CallingPid(&pid);
     ::android::Mutex::Autolock lock(mListMutex);
-    std::vector<EventResponseData> batch;
-    PackageNamePush(events.data(), readable, pid, batch);
+    const size_t entries = PackageNamePush(events.data(), readable, pid);
     ALOGI("%s: [ZEL]PackageNamePush, events size:%d, eventDataFit size:%ld", "ZelNotify", count,
-          static_cast<long>(batch.size()));
-    ActivitiesReport(batch);
+          static_cast<long>(entries));
+    ActivitiesReport();
     ALOGI("%s: [ZEL]Notify end, pid[%d]", "ZelNotify", pid);
 }
 
@@ -1144,6 +1183,7 @@ void ActivityInterface::HandleFirstReport(uint64_t pid, uint32_t activity, uint3
     ::android::Mutex::Autolock lock(eventMutex);
     RemoveFirst(pid, activity, eventType);
     firstReport.push_back({pid, activity, eventType, timestamp});
+    ++sEventListsGeneration;
 }
 
 Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32_t eventType,
@@ -1165,6 +1205,7 @@ Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32
         request.eventType = eventType;
         request.reportLatencyNs = latency;
         mEventData.push_back(request);
+        ++sEventListsGeneration;
     }
     bool enabled = false;
     if (FindEnableToNativeDataExist(activity, eventType, mEnableToNativeData)) {
@@ -1194,6 +1235,7 @@ Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32
     if (!enabled) {
         ::android::Mutex::Autolock lock(eventMutex);
         RemoveActivityEvent(pid, activity, eventType, mEventData);
+        ++sEventListsGeneration;
     }
     ALOGI("enableActivityEvent end, pid[%d]", callingPid);
     return enabled ? 0 : 1;
@@ -1215,6 +1257,7 @@ Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, 
         ::android::Mutex::Autolock lock(eventMutex);
         RemoveActivityEvent(pid, activity, eventType, mEventData);
         mEventData.push_back({pid, activity, eventType, latency, ToLegacyParams(params)});
+        ++sEventListsGeneration;
     }
     bool enabled;
     // A pair first switched on for pid 0 counts as not on: each request adds another entry.
@@ -1238,6 +1281,7 @@ Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, 
     if (!enabled) {
         ::android::Mutex::Autolock lock(eventMutex);
         RemoveActivityEvent(pid, activity, eventType, mEventData);
+        ++sEventListsGeneration;
     }
     ALOGI("enableActivityEventExtend end, pid[%d]", callingPid);
     return enabled ? 0 : 1;
@@ -1257,6 +1301,7 @@ Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint3
         }
         RemoveActivityEvent(pid, activity, eventType, mEventData);
         RemoveFirst(pid, activity, eventType);
+        ++sEventListsGeneration;
     }
     // Unlocked, unlike the intake that writes it.
     RemoveLastActivityEvent(pid, activity, eventType, mLastActivityEvent);

@@ -135,11 +135,8 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     // Intake of the legacy module's batches and the fan-out to the clients.
     static void ActChangedCb(const activity_event* events, int count);
     static void ActExtendChangedCb(const ar_context_event* events, int count);
-    static void PackageNamePush(const activity_event* events, int count, int pid,
-                                std::vector<EventResponseData>& batch);
-    static void OneDataPush(int activity, activity_event event, int pid, EnableRequestData request,
-                            std::vector<EventResponseData>& batch);
-    static void ActivitiesReport(const std::vector<EventResponseData>& batch);
+    static size_t PackageNamePush(const activity_event* events, int count, int pid);
+    static void ActivitiesReport();
     static void ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>& events);
     static void ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityEventExtend>& events);
     static int64_t GetLastTime(uint64_t pid, uint32_t activity, uint32_t eventType);
@@ -210,6 +207,9 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     static std::vector<EnableRequestData> mEventData;
     static std::vector<FirstReport> firstReport;
     static std::vector<uint64_t> packageNames;
+    // Moved under eventMutex by every change of mEventData and firstReport; the intake's lookups
+    // are rebuilt when it has moved.
+    static uint64_t sEventListsGeneration;
 
     sp<RemoteListenerHidlDeathRecipient> mDeathRecipient;
     const activity_interface* mImpl;

@@ -19,8 +19,15 @@ namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation {
 struct ActivityInterfaceTestPeer {
     using AI = ActivityInterface;
     using Native = std::vector<EnableToNativeData>;
-    static std::vector<EnableRequestData>& requests() { return AI::mEventData; }
-    static std::vector<FirstReport>& firstReports() { return AI::firstReport; }
+    // The caller may change the list: the intake's lookups are rebuilt.
+    static std::vector<EnableRequestData>& requests() {
+        ++AI::sEventListsGeneration;
+        return AI::mEventData;
+    }
+    static std::vector<FirstReport>& firstReports() {
+        ++AI::sEventListsGeneration;
+        return AI::firstReport;
+    }
     static std::vector<EventResponseData>& lastEvents() { return AI::mLastActivityEvent; }
     static std::vector<uint64_t>& packageNames() { return AI::packageNames; }
     static Native& native(const sp<V1_1::IActivityInterface>& iface) {
