@@ -21,48 +21,90 @@ namespace activity_recognition {
 namespace V1_1 {
 namespace implementation {
 
-bool ActivityInterface::sInterfaceExists = false;
-const activity_callbacks ActivityInterface::sActCb = {
-        .activity_changed = ActivityInterface::ActChangedCb,
-        .activity_extend_changed = ActivityInterface::ActExtendChangedCb,
-};
-
 // The device loads the sensor-framework client library from the vendor partition; host builds
 // name the bare file, found through the library search path.
 #ifndef ZEL_CLIENT_LIBRARY_PATH
 #define ZEL_CLIENT_LIBRARY_PATH "/vendor/lib64/libZelClient.so"
 #endif
 
-// Process-wide state, constructed in this order. The client-library state (g_*) is written by
-// the constructor and destructor only and read without a lock.
-namespace {
-// NOLINTNEXTLINE(readability-identifier-naming): the library binding's g_zel* names are kept.
-const std::string g_zelLibPath = ZEL_CLIENT_LIBRARY_PATH;
-}  // namespace
-::android::Mutex ActivityInterface::mListMutex;
-::android::Mutex ActivityInterface::eventMutex;
-KeyedVector<sp<V1_1::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_1;
-KeyedVector<sp<V1_0::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_0;
-std::vector<EventResponseData> ActivityInterface::mLastActivityEvent;
-std::vector<EnableRequestData> ActivityInterface::mEventData;
-std::vector<FirstReport> ActivityInterface::firstReport;
-std::vector<uint64_t> ActivityInterface::packageNames;
-uint64_t ActivityInterface::sEventListsGeneration = 0;
-namespace {
-std::set<int32_t> g_zelSupportedActivities;       // activities routed to the client library
-std::vector<EnableToNativeData> g_zelEnableData;  // pairs on in the client library; not locked
+// ---------------------------------------------------------------------------------------------
+// Helpers: constants, small conversions, and the intake's lookups.
 
-void* g_zelHandle = nullptr;
-ZelSetCallbackFunc g_zelSetCallback = nullptr;
-ZelRunCommandFunc g_zelRunCommand = nullptr;
-ZelRunCommandIntFunc g_zelRunCommandInt = nullptr;
-ZelGetDataFunc g_zelGetData = nullptr;
-ZelMotionEnableFunc g_zelArEnable = nullptr;
+namespace {
 
+// Batches of the layers below hold 1 to 192 records.
+constexpr int kMaxBatch = 192;
+// Size of one activity record in the client library's notifications.
+constexpr int kZelRecordBytes = 24;
+// Size of one extended record in the client library's state answers.
+constexpr size_t kZelStateRecordBytes = sizeof(ar_context_event);
+// Requests of the no-wake pattern (1.0, 0, 0, 0) are stored with a latency of seven days.
+constexpr int64_t kNoWakeLatencyNs = 604800000000000;
+constexpr int64_t kSecondNs = 1000000000;
+// A legacy `extra` field holds at most 32 bytes.
+constexpr size_t kMaxExtraLength = sizeof(other_params::extra);
+// The name this program gives itself in every client-library call.
 constexpr char kZelClient[] = "ar-client";
-}  // namespace
 
-namespace {
+// The calling process id of this thread's transaction, sign-extended; false (and 0) when the
+// thread has no state.
+bool CallingPid(int* pid) {
+    ::android::hardware::IPCThreadState* state = ::android::hardware::IPCThreadState::self();
+    *pid = state != nullptr ? state->getCallingPid() : 0;
+    return state != nullptr;
+}
+
+uint64_t PidKey(int pid) {
+    return static_cast<uint64_t>(static_cast<int64_t>(pid));
+}
+
+// The text of a legacy `extra` field: up to its terminating NUL, never past its 32 bytes.
+::android::hardware::hidl_string ExtraText(const other_params& params) {
+    return ::android::hardware::hidl_string(params.extra,
+                                            strnlen(params.extra, sizeof(params.extra)));
+}
+
+V1_0::OtherParams ConvertOtherParams(const other_params& params) {
+    V1_0::OtherParams out;
+    for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
+    out.extra = ExtraText(params);
+    return out;
+}
+
+bool IsNoWakePattern(const double* params) {
+    return params[0] == 1.0 && params[1] == 0.0 && params[2] == 0.0 && params[3] == 0.0;
+}
+
+// The legacy form of a request's extra values: the text is zeroed first, so a NUL follows it
+// unless it fills all 32 bytes.
+other_params ToLegacyParams(const V1_0::OtherParams& params) {
+    other_params out;
+    memset(&out, 0, sizeof(out));
+    for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
+    memcpy(out.extra, params.extra.c_str(), std::min(params.extra.size(), kMaxExtraLength));
+    return out;
+}
+
+// Truncation toward zero; values beyond the 32-bit range saturate and NaN gives 0.
+int32_t TruncateToInt32(double value) {
+    if (isnan(value)) return 0;
+    if (value >= 2147483647.0) return INT32_MAX;
+    if (value <= -2147483648.0) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+const char* LoaderError() {
+    const char* error = dlerror();
+    return error != nullptr ? error : "";
+}
+
+// Whether a client map entry stands for the object that `who` refers to.
+template <typename Callback>
+bool IsSameRemote(const sp<Callback>& callback, const wp<IBase>& who) {
+    if (callback == nullptr) return who.unsafe_get() == nullptr;
+    return who.unsafe_get() != nullptr && callback->getWeakRefs() == who.get_refs();
+}
+
 // What the intake looks up, kept beside the lists it indexes and guarded by eventMutex; rebuilt
 // whenever sEventListsGeneration has moved since it was built. The positions it remembers in
 // mLastActivityEvent and packageNames (lists of mListMutex, held throughout an intake) are
@@ -175,25 +217,21 @@ void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
     limits = firstReport;
 }
 
-IntakeLookups g_intake;
-
-// The events of one batch for each pid, at the pid's position in packageNames; guarded by
-// mListMutex, emptied after every delivery and kept with their capacity.
-std::vector<std::vector<V1_1::ActivityEventV1_1>> g_eventsByPid;
-
 // The lists that the intake appends to, with where their contents lie as last read.
 struct IntakeLists {
     std::vector<EventResponseData>& lastEvents;
     std::vector<uint64_t>& pids;
+    std::vector<std::vector<V1_1::ActivityEventV1_1>>& eventsByPid;
     EventResponseData* lastData = nullptr;
     size_t lastCount = 0;
     const uint64_t* pidData = nullptr;
     size_t pidCount = 0;
     std::vector<V1_1::ActivityEventV1_1>* buffers = nullptr;
 
-    IntakeLists(std::vector<EventResponseData>& last, std::vector<uint64_t>& pidList)
-        : lastEvents(last), pids(pidList) {
-        if (g_eventsByPid.size() < pids.size()) g_eventsByPid.resize(pids.size());
+    IntakeLists(std::vector<EventResponseData>& last, std::vector<uint64_t>& pidList,
+                std::vector<std::vector<V1_1::ActivityEventV1_1>>& buffersByPid)
+        : lastEvents(last), pids(pidList), eventsByPid(buffersByPid) {
+        if (eventsByPid.size() < pids.size()) eventsByPid.resize(pids.size());
         Reread();
     }
     void Reread() {
@@ -201,7 +239,7 @@ struct IntakeLists {
         lastCount = lastEvents.size();
         pidData = pids.data();
         pidCount = pids.size();
-        buffers = g_eventsByPid.data();
+        buffers = eventsByPid.data();
     }
 };
 
@@ -230,7 +268,7 @@ uint32_t FindOrAddPackageName(IntakeLists& lists, uint64_t pid) {
     auto found = std::find(lists.pids.begin(), lists.pids.end(), pid);
     if (found == lists.pids.end()) found = lists.pids.insert(found, pid);
     const auto position = static_cast<uint32_t>(found - lists.pids.begin());
-    if (g_eventsByPid.size() < lists.pids.size()) g_eventsByPid.resize(lists.pids.size());
+    if (lists.eventsByPid.size() < lists.pids.size()) lists.eventsByPid.resize(lists.pids.size());
     lists.Reread();
     return position;
 }
@@ -251,94 +289,82 @@ inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableReques
     }
     lists.buffers[indexed.pidPosition].push_back(event);
 }
+
 }  // namespace
 
-namespace {
-// The text of a legacy `extra` field: up to its terminating NUL, never past its 32 bytes.
-::android::hardware::hidl_string ExtraText(const other_params& params) {
-    return ::android::hardware::hidl_string(params.extra,
-                                            strnlen(params.extra, sizeof(params.extra)));
+// ---------------------------------------------------------------------------------------------
+// Class-wide state, constructed in this order at load. The client library's binding (g_zel*) is
+// written by the constructor and destructor only and read without a lock.
+
+bool ActivityInterface::sInterfaceExists = false;
+const activity_callbacks ActivityInterface::sActCb = {
+        .activity_changed = ActivityInterface::ActChangedCb,
+        .activity_extend_changed = ActivityInterface::ActExtendChangedCb,
+};
+// NOLINTNEXTLINE(readability-identifier-naming): the library binding's g_zel* names are kept.
+static const std::string g_zelLibPath = ZEL_CLIENT_LIBRARY_PATH;
+::android::Mutex ActivityInterface::mListMutex;
+::android::Mutex ActivityInterface::eventMutex;
+KeyedVector<sp<V1_1::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_1;
+KeyedVector<sp<V1_0::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_0;
+std::vector<EventResponseData> ActivityInterface::mLastActivityEvent;
+std::vector<EnableRequestData> ActivityInterface::mEventData;
+std::vector<FirstReport> ActivityInterface::firstReport;
+std::vector<uint64_t> ActivityInterface::packageNames;
+uint64_t ActivityInterface::sEventListsGeneration = 0;
+static std::set<int32_t> g_zelSupportedActivities;       // activities routed to the library
+static std::vector<EnableToNativeData> g_zelEnableData;  // pairs on in the library; not locked
+static void* g_zelHandle = nullptr;
+static ZelSetCallbackFunc g_zelSetCallback = nullptr;
+static ZelRunCommandFunc g_zelRunCommand = nullptr;
+static ZelRunCommandIntFunc g_zelRunCommandInt = nullptr;
+static ZelGetDataFunc g_zelGetData = nullptr;
+static ZelMotionEnableFunc g_zelArEnable = nullptr;
+// The intake's lookups (eventMutex) and its per-pid buffers of one batch, at the pids' positions
+// in packageNames, emptied after every delivery and kept with their capacity (mListMutex).
+static IntakeLookups g_intake;
+static std::vector<std::vector<V1_1::ActivityEventV1_1>> g_eventsByPid;
+
+// ---------------------------------------------------------------------------------------------
+// Life cycle and client-library binding.
+
+ActivityInterface::ActivityInterface(const activity_interface* impl) : mImpl(impl) {
+    ALOGI("Construct ActivityInterface");
+    LOG_ALWAYS_FATAL_IF(sInterfaceExists);
+    if (mImpl != nullptr) {
+        mImpl->register_callbacks(&sActCb);
+    } else {
+        ALOGE("%s: mImpl interface is not available", "ActivityInterface");
+    }
+    sInterfaceExists = true;
+    if (!property_get_bool("ro.odm.config.zel_service_enable", false)) {
+        ALOGE("%s: [ZEL]zel service not enable!", "ActivityInterface");
+        return;
+    }
+    BindZelClient();
 }
 
-V1_0::OtherParams ConvertOtherParams(const other_params& params) {
-    V1_0::OtherParams out;
-    for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
-    out.extra = ExtraText(params);
-    return out;
+// The supported set and the client library's list of pairs outlive the object.
+ActivityInterface::~ActivityInterface() {
+    ALOGI("Deconstruct ActivityInterface");
+    sInterfaceExists = false;
+    mClientVectorV1_0.clear();
+    mClientVectorV1_1.clear();
+    if (g_zelHandle != nullptr) {
+        dlclose(g_zelHandle);
+        g_zelHandle = nullptr;
+        g_zelSetCallback = nullptr;
+        g_zelRunCommand = nullptr;
+        g_zelRunCommandInt = nullptr;
+        g_zelGetData = nullptr;
+        g_zelArEnable = nullptr;
+    }
 }
 
-// Batches of the layers below hold 1 to 192 records.
-constexpr int kMaxBatch = 192;
-// Size of one activity record in the client library's notifications.
-constexpr int kZelRecordBytes = 24;
-
-// The calling process id of this thread's transaction, sign-extended; false (and 0) when the
-// thread has no state.
-bool CallingPid(int* pid) {
-    ::android::hardware::IPCThreadState* state = ::android::hardware::IPCThreadState::self();
-    *pid = state != nullptr ? state->getCallingPid() : 0;
-    return state != nullptr;
-}
-
-uint64_t PidKey(int pid) {
-    return static_cast<uint64_t>(static_cast<int64_t>(pid));
-}
-
-// Requests of the no-wake pattern (1.0, 0, 0, 0) are stored with a latency of seven days.
-constexpr int64_t kNoWakeLatencyNs = 604800000000000;
-constexpr int64_t kSecondNs = 1000000000;
-// A legacy `extra` field holds at most 32 bytes.
-constexpr size_t kMaxExtraLength = sizeof(other_params::extra);
-// Size of one extended record in the client library's state answers.
-constexpr size_t kZelStateRecordBytes = sizeof(ar_context_event);
-
-bool IsNoWakePattern(const double* params) {
-    return params[0] == 1.0 && params[1] == 0.0 && params[2] == 0.0 && params[3] == 0.0;
-}
-
-// The legacy form of a request's extra values: the text is zeroed first, so a NUL follows it
-// unless it fills all 32 bytes.
-other_params ToLegacyParams(const V1_0::OtherParams& params) {
-    other_params out;
-    memset(&out, 0, sizeof(out));
-    for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
-    memcpy(out.extra, params.extra.c_str(), std::min(params.extra.size(), kMaxExtraLength));
-    return out;
-}
-
-// Truncation toward zero; values beyond the 32-bit range saturate and NaN gives 0.
-int32_t TruncateToInt32(double value) {
-    if (isnan(value)) return 0;
-    if (value >= 2147483647.0) return INT32_MAX;
-    if (value <= -2147483648.0) return INT32_MIN;
-    return static_cast<int32_t>(value);
-}
-
-const char* LoaderError() {
-    const char* error = dlerror();
-    return error != nullptr ? error : "";
-}
-
-// The records of the client library's "ar_status" item, 88 bytes each.
-std::vector<ar_context_event> ZelStateRecords() {
-    std::vector<int32_t> data;
-    g_zelGetData("ar_status", 0, data);
-    std::vector<ar_context_event> records(data.size() * sizeof(int32_t) / kZelStateRecordBytes);
-    if (!records.empty())
-        memcpy(records.data(), data.data(), records.size() * kZelStateRecordBytes);
-    return records;
-}
-
-int32_t RunZelCommand(const char* command, const std::string& param) {
-    std::vector<uint8_t> output;
-    return g_zelRunCommand(kZelClient, command, param.c_str(), static_cast<int32_t>(param.size()),
-                           output);
-}
-
-// Binds the client library and registers `notify` with it; on success its configuration mask
+// Binds the client library and registers ZelNotify with it; on success its configuration mask
 // names the activities routed to it from now on. Any failure leaves everything on the legacy
 // module.
-void BindZelClient(ZelNotifyFunc notify) {
+void ActivityInterface::BindZelClient() {
     g_zelHandle = dlopen(g_zelLibPath.c_str(), RTLD_LAZY);
     if (g_zelHandle == nullptr) {
         ALOGE("%s: [ZEL]zel hidl interface dlopen err:%s, used tradition case\n",
@@ -364,7 +390,7 @@ void BindZelClient(ZelNotifyFunc notify) {
     }
     for (int attempt = 0; attempt < 3; ++attempt) {
         ALOGI("%s:[ZEL]retry count[%d]\n", "ActivityInterface", attempt);
-        if (!g_zelArEnable(30) || g_zelSetCallback(kZelClient, notify) < 0) {
+        if (!g_zelArEnable(30) || g_zelSetCallback(kZelClient, ZelNotify) < 0) {
             ALOGE("%s:[ZEL]g_zelSetCallback or g_zelArEnable failed\n", "ActivityInterface");
             continue;
         }
@@ -383,121 +409,8 @@ void BindZelClient(ZelNotifyFunc notify) {
     }
 }
 
-// The current state from both sources: the client library's records first (only when pairs are
-// on in it), then the legacy module's records for the activities it did not report.
-template <typename Record>
-std::vector<Record> CurrentActivities(const activity_interface* impl, const char* caller,
-                                      const char* version, Record (*convert)(ar_context_event)) {
-    std::vector<Record> answer;
-    std::set<int32_t> fromZel;
-    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) {
-        const std::vector<ar_context_event> records = ZelStateRecords();
-        for (size_t i = 0; i < records.size(); ++i) {
-            const ar_context_event& record = records[i];
-            ALOGI("%s: [ZEL]AR_GET_STATE_REPORT_EVENT: [%d] a: %d, e: %d, t: %ld, c: %d\n", caller,
-                  static_cast<int>(i), record.activity, record.event_type, record.timestamp,
-                  record.confidence);
-            answer.push_back(convert(record));
-            fromZel.insert(static_cast<int32_t>(record.activity));
-        }
-    }
-    if (impl == nullptr) {
-        ALOGE("%s: mImpl %s interface is not available", caller, version);
-        return answer;
-    }
-    ar_context_event* events = nullptr;
-    const int n = impl->get_current_activity(&events);
-    if (n < 1 || n > 5 || events == nullptr) {
-        ALOGE("%s: mImpl %s getCurrentActivity error size(%d)", caller, version, n);
-        return answer;
-    }
-    for (int i = 0; i < n; ++i) {
-        if (fromZel.count(static_cast<int32_t>(events[i].activity)) != 0) continue;
-        answer.push_back(convert(events[i]));
-    }
-    return answer;
-}
-
-// Whether a client map entry stands for the object that `who` refers to.
-template <typename Callback>
-bool IsSameRemote(const sp<Callback>& callback, const wp<IBase>& who) {
-    if (callback == nullptr) return who.unsafe_get() == nullptr;
-    return who.unsafe_get() != nullptr && callback->getWeakRefs() == who.get_refs();
-}
-}  // namespace
-
-ActivityInterface::ActivityInterface(const activity_interface* impl) : mImpl(impl) {
-    ALOGI("Construct ActivityInterface");
-    LOG_ALWAYS_FATAL_IF(sInterfaceExists);
-    if (mImpl != nullptr) {
-        mImpl->register_callbacks(&sActCb);
-    } else {
-        ALOGE("%s: mImpl interface is not available", "ActivityInterface");
-    }
-    sInterfaceExists = true;
-    if (!property_get_bool("ro.odm.config.zel_service_enable", false)) {
-        ALOGE("%s: [ZEL]zel service not enable!", "ActivityInterface");
-        return;
-    }
-    BindZelClient(ZelNotify);
-}
-
-// The supported set and the client library's list of pairs outlive the object.
-ActivityInterface::~ActivityInterface() {
-    ALOGI("Deconstruct ActivityInterface");
-    sInterfaceExists = false;
-    mClientVectorV1_0.clear();
-    mClientVectorV1_1.clear();
-    if (g_zelHandle != nullptr) {
-        dlclose(g_zelHandle);
-        g_zelHandle = nullptr;
-        g_zelSetCallback = nullptr;
-        g_zelRunCommand = nullptr;
-        g_zelRunCommandInt = nullptr;
-        g_zelGetData = nullptr;
-        g_zelArEnable = nullptr;
-    }
-}
-
-V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
-    V1_0::ActivityEvent out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    return out;
-}
-
-V1_1::ActivityEventV1_1 ActivityInterface::convertAEToAEV1_1(activity_event event) {
-    V1_1::ActivityEventV1_1 out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    out.confidence = event.confidence;
-    return out;
-}
-
-V1_0::ActivityEventExtend ActivityInterface::convertACEToAEEV1_0(ar_context_event event) {
-    V1_0::ActivityEventExtend out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    out.status = event.status;
-    out.otherParams = ConvertOtherParams(event.params);
-    return out;
-}
-
-V1_1::ActivityEventExtendV1_1 ActivityInterface::convertACEToAEEV1_1(ar_context_event event) {
-    V1_1::ActivityEventExtendV1_1 out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    out.confidence = event.confidence;
-    out.status = event.status;
-    out.otherParams = ConvertOtherParams(event.params);
-    return out;
-}
-
-// Client registration and death.
+// ---------------------------------------------------------------------------------------------
+// Registration and death.
 
 sp<ActivityInterface::RemoteListenerHidlDeathRecipient>
 ActivityInterface::RemoteListenerHidlDeathRecipient::Create(const sp<ActivityInterface>& owner) {
@@ -540,8 +453,7 @@ Return<void> ActivityInterface::registerActivityCallback(
               linked.description().c_str());
     } else if (linked) {
         mClientVectorV1_0.add(callback, pid);
-        ALOGD("Pid[%lu] link to V1_0 ActivityInterface death notification successful, total "
-              "cb[%d]",
+        ALOGD("Pid[%lu] link to V1_0 ActivityInterface death notification successful, total cb[%d]",
               pid, static_cast<int>(mClientVectorV1_0.size()));
     } else {
         ALOGW("Unable to link to V1_0 ActivityInterface death notifications");
@@ -595,8 +507,7 @@ Return<void> ActivityInterface::registerActivityCallbackV1_1(
               linked.description().c_str());
     } else if (linked) {
         mClientVectorV1_1.add(callback, pid);
-        ALOGD("Pid[%lu] link to V1_1 ActivityInterface death notification successful, total "
-              "cb[%d]",
+        ALOGD("Pid[%lu] link to V1_1 ActivityInterface death notification successful, total cb[%d]",
               pid, static_cast<int>(mClientVectorV1_1.size()));
     } else {
         ALOGW("Unable to link to V1_1 ActivityInterface death notifications");
@@ -655,11 +566,14 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
     if (!matched) ALOGI("finish");
 }
 
-// Event intake and fan-out.
+// ---------------------------------------------------------------------------------------------
+// Intake and fan-out.
 
 void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
     ALOGI("ActChangedCb start count[%d]", count);
     if (events == nullptr || count < 1 || count > kMaxBatch) {
+        // Deliberate: the line number is part of the text. Guarded by
+        // ActivityEventsTest.BatchesOutside1To192AreRefusedWhole.
         ALOGE("(%s:%d) Invalid actChangedCb. Count: %d", "ActChangedCb", 413, count);
         return;
     }
@@ -676,7 +590,7 @@ void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
 // under the request's pid. Returns the number of entries.
 size_t ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid) {
     size_t entries = 0;
-    IntakeLists lists(mLastActivityEvent, packageNames);
+    IntakeLists lists(mLastActivityEvent, packageNames, g_eventsByPid);
     for (int i = 0; i < count; ++i) {
         const activity_event& event = events[i];
         if (event.event_type == 0) continue;
@@ -726,8 +640,8 @@ void ActivityInterface::ActivitiesReport() {
                         hidl_vec<V1_1::ActivityEventV1_1>(eventsV1_1));
                 if (!ret.isOk()) {
                     // Deliberate: names the map entry at the pid's position in packageNames, not
-                    // the client that failed; past the end of the map, the client that failed.
-                    // Guarded by ActivityEventsTest.FailedCallNamesTheEntryAtThePidsPosition.
+                    // the client that failed (past the end of the map, the client that failed).
+                    // Guarded by ActivityEventsTest.FailingClientsAreLoggedAndTheOthersServed.
                     const size_t shown = i < mClientVectorV1_1.size() ? i : j;
                     ALOGI("%s: Unable to invoke onActivityChangedV1_1 PID[%lu]", "ActivitiesReport",
                           mClientVectorV1_1.valueAt(shown));
@@ -771,6 +685,8 @@ void ActivityInterface::ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>&
 // Extended events are not matched against the requests: every client gets the whole batch.
 void ActivityInterface::ActExtendChangedCb(const ar_context_event* events, int count) {
     if (events == nullptr || count < 1 || count > kMaxBatch) {
+        // Deliberate: the line number is part of the text. Guarded by
+        // ActivityEventsTest.BatchesOutside1To192AreRefusedWhole.
         ALOGE("(%s:%d) Invalid actExtendChangedCb. Count: %d", "ActExtendChangedCb", 180, count);
         return;
     }
@@ -849,6 +765,8 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
                                   const std::vector<int32_t>& data) {
     const int count = byteLength / kZelRecordBytes;
     if (count > kMaxBatch || byteLength < 1 || data.data() == nullptr) {
+        // Deliberate: the line number is part of the text. Guarded by
+        // ActivityEventsTest.ZelNotifyByteLengths.
         ALOGE("(%s:%d) [ZEL]Invalid ZelNotify. Count: %d", "ZelNotify", 151, count);
         return;
     }
@@ -877,9 +795,248 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
     ALOGI("%s: [ZEL]Notify end, pid[%d]", "ZelNotify", pid);
 }
 
-// Enable and disable. Every client's request is kept under its pid in mEventData; the pairs
-// switched on below are kept in mEnableToNativeData, and a pair goes down as one request with
-// the smallest latency of its requests.
+// ---------------------------------------------------------------------------------------------
+// Enable and disable merging. Every client's request is kept under its pid in mEventData; the
+// pairs switched on below are kept in mEnableToNativeData, and a pair goes down as one request
+// with the smallest latency of its requests.
+
+Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32_t eventType,
+                                                       int64_t reportLatencyNs) {
+    ALOGI("enableActivityEvent activity[%d], event[%d] reportLatency[%ld]ns", activity, eventType,
+          reportLatencyNs);
+    if (!ValidEventType(eventType)) return 1;
+    const int64_t latency = RoundNumbers(reportLatencyNs);
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    const uint64_t pid = PidKey(callingPid);
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        EnableRequestData request;
+        memset(&request, 0, sizeof(request));
+        request.pid = pid;
+        request.activity = activity;
+        request.eventType = eventType;
+        request.reportLatencyNs = latency;
+        mEventData.push_back(request);
+        ++sEventListsGeneration;
+    }
+    bool enabled = false;
+    if (FindEnableToNativeDataExist(activity, eventType, mEnableToNativeData)) {
+        enabled = UpdateEnableNative({pid, activity, eventType, latency, 0});
+    } else {
+        int64_t merged;
+        {
+            ::android::Mutex::Autolock lock(eventMutex);
+            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+        }
+        int32_t status = 1;
+        if (mImpl == nullptr) {
+            ALOGE("%s: mImpl interface is not available", "enableActivityEvent");
+        } else if (IsZelActivity(activity)) {
+            status = g_zelRunCommand == nullptr
+                             ? 0
+                             : SendZelEnable("enableActivityEvent", activity, eventType, merged, 0);
+        } else {
+            status = mImpl->enable_activity_event(activity, eventType, merged);
+        }
+        if (status == 0) HandleFirstReport(pid, activity, eventType);
+        enabled = status == 0;
+    }
+    if (!enabled) {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        ++sEventListsGeneration;
+    }
+    ALOGI("enableActivityEvent end, pid[%d]", callingPid);
+    return enabled ? 0 : 1;
+}
+
+// Switches a pair on below for the first time and records it.
+bool ActivityInterface::UpdateEnableNative(const EnableToNativeData& record) {
+    if (mImpl == nullptr) {
+        ALOGE("%s: mImpl interface is not available", "UpdateEnableNative");
+        return false;
+    }
+    if (IsZelActivity(record.activity)) {
+        if (g_zelRunCommand != nullptr &&
+            SendZelEnable("UpdateEnableNative", record.activity, record.eventType,
+                          record.reportLatencyNs, 0) != 0) {
+            return false;
+        }
+    } else if (mImpl->enable_activity_event(record.activity, record.eventType,
+                                            record.reportLatencyNs) != 0) {
+        return false;
+    }
+    mEnableToNativeData.push_back(record);
+    return true;
+}
+
+// A request joined a pair that was already on: the newest state below becomes its first-report
+// limit (0 when only the client library answered).
+void ActivityInterface::HandleFirstReport(uint64_t pid, uint32_t activity, uint32_t eventType) {
+    ar_context_event* events = nullptr;
+    const int n = mImpl->get_current_activity(&events);
+    size_t zelRecords = 0;
+    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) zelRecords = ZelStateRecords().size();
+    if (n == 0 && zelRecords == 0) return;
+    std::vector<OxActivityRecognitionExtEvent> states;
+    for (int i = 0; events != nullptr && i < n; ++i) {
+        OxActivityRecognitionExtEvent state;
+        state.activity = events[i].activity;
+        state.eventType = events[i].event_type;
+        state.timestamp = events[i].timestamp;
+        state.params = events[i].params;
+        state.confidence = events[i].confidence;
+        state.firstReportFlag = 1;
+        states.push_back(state);
+    }
+    const int64_t timestamp = states.empty() ? 0 : states.back().timestamp;
+    ::android::Mutex::Autolock lock(eventMutex);
+    RemoveFirst(pid, activity, eventType);
+    firstReport.push_back({pid, activity, eventType, timestamp});
+    ++sEventListsGeneration;
+}
+
+Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, uint32_t eventType,
+                                                             int64_t reportLatencyNs,
+                                                             const V1_0::OtherParams& params) {
+    ALOGI("enableActivityEventExtend activity[%d], event[%d] report_latency[%ld]ns", activity,
+          eventType, reportLatencyNs);
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    if (ValidActivityEventExtend(eventType, callingPid, params) != 0) return 1;
+    const uint64_t pid = PidKey(callingPid);
+    int64_t latency = RoundNumbers(reportLatencyNs);
+    const uint32_t noWake = IsNoWake(params) ? 1 : 0;
+    if (noWake) latency = kNoWakeLatencyNs;
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        mEventData.push_back({pid, activity, eventType, latency, ToLegacyParams(params)});
+        ++sEventListsGeneration;
+    }
+    bool enabled;
+    // A pair first switched on for pid 0 counts as not on: each request adds another entry.
+    if (FindEnableToNativeData(activity, eventType, mEnableToNativeData).pid != 0) {
+        int64_t merged;
+        {
+            ::android::Mutex::Autolock lock(eventMutex);
+            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+        }
+        enabled = EnableActivityEvent(activity, eventType, merged, params) == 0;
+        if (enabled) HandleFirstReport(pid, activity, eventType);
+    } else {
+        enabled = UpdateEnableNativeExend({pid, activity, eventType, latency, noWake}, params);
+    }
+    if (activity == 64 && !g_zelEnableData.empty() && g_zelRunCommandInt != nullptr) {
+        const int32_t code =
+                g_zelRunCommandInt(kZelClient, "modem-update", TruncateToInt32(params.params[0]),
+                                   TruncateToInt32(params.params[1]));
+        ALOGI("%s: [ZEL]m-update retCode(%d)\n", "enableActivityEventExtend", code);
+    }
+    if (!enabled) {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        ++sEventListsGeneration;
+    }
+    ALOGI("enableActivityEventExtend end, pid[%d]", callingPid);
+    return enabled ? 0 : 1;
+}
+
+// The extended request below. The over-long text is refused with the same message as a missing
+// table, at info level.
+int32_t ActivityInterface::EnableActivityEvent(uint32_t activity, uint32_t eventType,
+                                               int64_t reportLatencyNs,
+                                               const V1_0::OtherParams& params) {
+    if (mImpl == nullptr || params.extra.size() > kMaxExtraLength) {
+        ALOGI("%s: mImpl interface is not available", "EnableActivityEvent");
+        return 1;
+    }
+    other_params legacy = ToLegacyParams(params);
+    if (!IsZelActivity(activity)) {
+        return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &legacy);
+    }
+    if (g_zelRunCommand == nullptr) return 0;
+    return SendZelEnable("EnableActivityEvent", activity, eventType, reportLatencyNs,
+                         IsNoWake(params) ? 1 : 0);
+}
+
+bool ActivityInterface::UpdateEnableNativeExend(const EnableToNativeData& record,
+                                                const V1_0::OtherParams& params) {
+    if (EnableActivityEvent(record.activity, record.eventType, record.reportLatencyNs, params) != 0) {
+        return false;
+    }
+    mEnableToNativeData.push_back(record);
+    return true;
+}
+
+Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint32_t eventType) {
+    ALOGI("disableActivityEvent acivity[%d] event[%d]", activity, eventType);
+    if (!ValidEventType(eventType)) return 1;
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    const uint64_t pid = PidKey(callingPid);
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        if (mEventData.empty() ||
+            FindEnableRequestDataIndex(pid, activity, eventType, mEventData) < 0) {
+            return 1;
+        }
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        RemoveFirst(pid, activity, eventType);
+        ++sEventListsGeneration;
+    }
+    // Unlocked, unlike the intake that writes it.
+    RemoveLastActivityEvent(pid, activity, eventType, mLastActivityEvent);
+    return DisableOtherActivityEvent(activity, eventType) != 0 ? 1 : 0;
+}
+
+// What stays below once a request of the pair is gone: the merged latency of the remaining
+// requests (extended ones with the last no-wake parameters), or the pair switched off.
+int32_t ActivityInterface::DisableOtherActivityEvent(uint32_t activity, uint32_t eventType) {
+    bool remains = false;
+    bool noPlain = true;  // cleared by a plain request of the pair
+    other_params kept;    // parameters of the last no-wake request, else zero
+    memset(&kept, 0, sizeof(kept));
+    int64_t merged = 0;
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        for (size_t i = 0; i < mEventData.size(); ++i) {
+            if (ValidEventActivity(i, activity, eventType, noPlain, kept)) remains = true;
+        }
+        if (remains) merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+    }
+    if (remains) {
+        if (mEnableToNativeData.empty()) return -1;
+        if (!noPlain) {
+            if (!IsZelActivity(activity)) {
+                return mImpl->enable_activity_event(activity, eventType, merged);
+            }
+            return g_zelRunCommand == nullptr ? 0 : ZelEnableEvent(activity, eventType, merged);
+        }
+        if (mImpl == nullptr) return 1;
+        return ZelEnableEventExtend(activity, eventType, merged, kept);
+    }
+    RemoveEnableToNativeData(activity, eventType, mEnableToNativeData);
+    if (!IsZelActivity(activity)) {
+        return mImpl == nullptr ? 0 : mImpl->disable_activity_event(activity, eventType);
+    }
+    if (g_zelRunCommand == nullptr) return 0;
+    RemoveZelEnableData(activity, eventType);
+    const int32_t code =
+            RunZelCommand("ar-off", std::to_string(activity) + "," + std::to_string(eventType));
+    ALOGI("%s: [ZEL]ar-off retCode(%d)\n", "DisableOtherActivityEvent", code);
+    return code;
+}
+
+Return<int32_t> ActivityInterface::flush() {
+    if (mImpl == nullptr) {
+        ALOGE("%s: mImpl interface is not available", "flush");
+        return 1;
+    }
+    return mImpl->flush() != 0 ? 1 : 0;
+}
 
 // Activities named by the client library's configuration go to it; all others to the legacy
 // module.
@@ -1002,7 +1159,8 @@ EnableToNativeData ActivityInterface::FindEnableToNativeData(
     return none;
 }
 
-// -1 for an empty list, but 0 (the first entry) for a pair missing from a non-empty one.
+// Deliberate: -1 for an empty list, but 0 (the first entry) for a pair missing from a non-empty
+// one. Guarded by ActivityEnableTest.ListHelpers.
 int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t eventType,
                                                    const std::vector<EnableToNativeData>& list) {
     if (list.empty()) return -1;
@@ -1014,7 +1172,7 @@ int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t e
     return 0;
 }
 
-// True when the pair is NOT in the list.
+// Deliberate: true when the pair is NOT in the list. Guarded by ActivityEnableTest.ListHelpers.
 bool ActivityInterface::FindEnableToNativeDataExist(uint32_t activity, uint32_t eventType,
                                                     const std::vector<EnableToNativeData>& list) {
     for (const EnableToNativeData& entry : list) {
@@ -1023,14 +1181,16 @@ bool ActivityInterface::FindEnableToNativeDataExist(uint32_t activity, uint32_t 
     return true;
 }
 
-// Erases the pair's entry, or the first entry when the pair is missing.
+// Deliberate: erases the pair's entry, or the first entry when the pair is missing. Guarded by
+// ActivityEnableTest.ListHelpers.
 void ActivityInterface::RemoveEnableToNativeData(uint32_t activity, uint32_t eventType,
                                                  std::vector<EnableToNativeData>& list) {
     const int index = FindEnableToNativeDataIndex(activity, eventType, list);
     if (index >= 0) list.erase(list.begin() + index);
 }
 
-// The client library's list of pairs, sent whole with every "ar-on".
+// ---------------------------------------------------------------------------------------------
+// Client-library commands: the list of pairs on in the library, sent whole with every "ar-on".
 
 int ActivityInterface::FindZelEnableDataIndex(uint32_t activity, uint32_t eventType) {
     for (size_t i = 0; i < g_zelEnableData.size(); ++i) {
@@ -1079,21 +1239,26 @@ std::string ActivityInterface::BuildZelEnableStr() {
     return text;
 }
 
-// Sends the whole list with "ar-on"; the caller logs the return code.
-int32_t ActivityInterface::SendZelEnableStr(const char* caller, uint32_t activity,
-                                            uint32_t eventType) {
+// Upserts the pair, sends the whole list with "ar-on" and logs the parameter and the code.
+int32_t ActivityInterface::SendZelEnable(const char* caller, uint32_t activity, uint32_t eventType,
+                                         int64_t reportLatencyNs, uint32_t noWake,
+                                         bool commaBeforeCode) {
+    UpsertZelEnableData(activity, eventType, reportLatencyNs, noWake);
     const std::string param = BuildZelEnableStr();
     ALOGI("%s: [ZEL]enable activityHandle:%d, eventType:%d, cmdParam:%s\n", caller, activity,
           eventType, param.c_str());
-    return RunZelCommand("ar-on", param);
+    const int32_t code = RunZelCommand("ar-on", param);
+    if (commaBeforeCode) {
+        ALOGI("%s: [ZEL]ar-on, retCode(%d)", caller, code);
+    } else {
+        ALOGI("%s: [ZEL]ar-on retCode(%d)\n", caller, code);
+    }
+    return code;
 }
 
 int32_t ActivityInterface::ZelEnableEvent(uint32_t activity, uint32_t eventType,
                                           int64_t reportLatencyNs) {
-    UpsertZelEnableData(activity, eventType, reportLatencyNs, 0);
-    const int32_t code = SendZelEnableStr("ZelEnableEvent", activity, eventType);
-    ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "ZelEnableEvent", code);
-    return code;
+    return SendZelEnable("ZelEnableEvent", activity, eventType, reportLatencyNs, 0);
 }
 
 int32_t ActivityInterface::ZelEnableEventExtend(uint32_t activity, uint32_t eventType,
@@ -1102,258 +1267,29 @@ int32_t ActivityInterface::ZelEnableEventExtend(uint32_t activity, uint32_t even
         return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &params);
     }
     if (g_zelRunCommand == nullptr) return 0;
-    UpsertZelEnableData(activity, eventType, reportLatencyNs,
-                        IsNoWakePattern(params.params) ? 1 : 0);
-    const int32_t code = SendZelEnableStr("ZelEnableEventExtend", activity, eventType);
-    ALOGI("%s: [ZEL]ar-on, retCode(%d)", "ZelEnableEventExtend", code);
-    return code;
+    // Deliberate: this re-send logs its code with a comma and no line end. Guarded by
+    // ActivityEnableTest.RoutedPairsAndTheirCommands.
+    return SendZelEnable("ZelEnableEventExtend", activity, eventType, reportLatencyNs,
+                         IsNoWakePattern(params.params) ? 1 : 0, true);
 }
 
-// Switches a pair on below for the first time and records it.
-bool ActivityInterface::UpdateEnableNative(const EnableToNativeData& record) {
-    if (mImpl == nullptr) {
-        ALOGE("%s: mImpl interface is not available", "UpdateEnableNative");
-        return false;
-    }
-    if (IsZelActivity(record.activity)) {
-        if (g_zelRunCommand != nullptr) {
-            UpsertZelEnableData(record.activity, record.eventType, record.reportLatencyNs, 0);
-            const int32_t code =
-                    SendZelEnableStr("UpdateEnableNative", record.activity, record.eventType);
-            ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "UpdateEnableNative", code);
-            if (code != 0) return false;
-        }
-    } else if (mImpl->enable_activity_event(record.activity, record.eventType,
-                                            record.reportLatencyNs) != 0) {
-        return false;
-    }
-    mEnableToNativeData.push_back(record);
-    return true;
+int32_t ActivityInterface::RunZelCommand(const char* command, const std::string& param) {
+    std::vector<uint8_t> output;
+    return g_zelRunCommand(kZelClient, command, param.c_str(), static_cast<int32_t>(param.size()),
+                           output);
 }
 
-// The extended request below. The over-long text is refused with the same message as a missing
-// table, at info level.
-int32_t ActivityInterface::EnableActivityEvent(uint32_t activity, uint32_t eventType,
-                                               int64_t reportLatencyNs,
-                                               const V1_0::OtherParams& params) {
-    if (mImpl == nullptr || params.extra.size() > kMaxExtraLength) {
-        ALOGI("%s: mImpl interface is not available", "EnableActivityEvent");
-        return 1;
-    }
-    other_params legacy = ToLegacyParams(params);
-    if (!IsZelActivity(activity)) {
-        return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &legacy);
-    }
-    if (g_zelRunCommand == nullptr) return 0;
-    UpsertZelEnableData(activity, eventType, reportLatencyNs, IsNoWake(params) ? 1 : 0);
-    const int32_t code = SendZelEnableStr("EnableActivityEvent", activity, eventType);
-    ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "EnableActivityEvent", code);
-    return code;
+// The records of the client library's "ar_status" item, 88 bytes each.
+std::vector<ar_context_event> ActivityInterface::ZelStateRecords() {
+    std::vector<int32_t> data;
+    g_zelGetData("ar_status", 0, data);
+    std::vector<ar_context_event> records(data.size() * sizeof(int32_t) / kZelStateRecordBytes);
+    if (!records.empty())
+        memcpy(records.data(), data.data(), records.size() * kZelStateRecordBytes);
+    return records;
 }
 
-bool ActivityInterface::UpdateEnableNativeExend(const EnableToNativeData& record,
-                                                const V1_0::OtherParams& params) {
-    if (EnableActivityEvent(record.activity, record.eventType, record.reportLatencyNs, params) != 0) {
-        return false;
-    }
-    mEnableToNativeData.push_back(record);
-    return true;
-}
-
-// A request joined a pair that was already on: the newest state below becomes its first-report
-// limit (0 when only the client library answered).
-void ActivityInterface::HandleFirstReport(uint64_t pid, uint32_t activity, uint32_t eventType) {
-    ar_context_event* events = nullptr;
-    const int n = mImpl->get_current_activity(&events);
-    size_t zelRecords = 0;
-    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) zelRecords = ZelStateRecords().size();
-    if (n == 0 && zelRecords == 0) return;
-    std::vector<OxActivityRecognitionExtEvent> states;
-    for (int i = 0; events != nullptr && i < n; ++i) {
-        OxActivityRecognitionExtEvent state;
-        state.activity = events[i].activity;
-        state.eventType = events[i].event_type;
-        state.timestamp = events[i].timestamp;
-        state.params = events[i].params;
-        state.confidence = events[i].confidence;
-        state.firstReportFlag = 1;
-        states.push_back(state);
-    }
-    const int64_t timestamp = states.empty() ? 0 : states.back().timestamp;
-    ::android::Mutex::Autolock lock(eventMutex);
-    RemoveFirst(pid, activity, eventType);
-    firstReport.push_back({pid, activity, eventType, timestamp});
-    ++sEventListsGeneration;
-}
-
-Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32_t eventType,
-                                                       int64_t reportLatencyNs) {
-    ALOGI("enableActivityEvent activity[%d], event[%d] reportLatency[%ld]ns", activity, eventType,
-          reportLatencyNs);
-    if (!ValidEventType(eventType)) return 1;
-    const int64_t latency = RoundNumbers(reportLatencyNs);
-    int callingPid = 0;
-    CallingPid(&callingPid);
-    const uint64_t pid = PidKey(callingPid);
-    {
-        ::android::Mutex::Autolock lock(eventMutex);
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-        EnableRequestData request;
-        memset(&request, 0, sizeof(request));
-        request.pid = pid;
-        request.activity = activity;
-        request.eventType = eventType;
-        request.reportLatencyNs = latency;
-        mEventData.push_back(request);
-        ++sEventListsGeneration;
-    }
-    bool enabled = false;
-    if (FindEnableToNativeDataExist(activity, eventType, mEnableToNativeData)) {
-        enabled = UpdateEnableNative({pid, activity, eventType, latency, 0});
-    } else {
-        int64_t merged;
-        {
-            ::android::Mutex::Autolock lock(eventMutex);
-            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
-        }
-        int32_t status = 1;
-        if (mImpl == nullptr) {
-            ALOGE("%s: mImpl interface is not available", "enableActivityEvent");
-        } else if (IsZelActivity(activity)) {
-            status = 0;
-            if (g_zelRunCommand != nullptr) {
-                UpsertZelEnableData(activity, eventType, merged, 0);
-                status = SendZelEnableStr("enableActivityEvent", activity, eventType);
-                ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "enableActivityEvent", status);
-            }
-        } else {
-            status = mImpl->enable_activity_event(activity, eventType, merged);
-        }
-        if (status == 0) HandleFirstReport(pid, activity, eventType);
-        enabled = status == 0;
-    }
-    if (!enabled) {
-        ::android::Mutex::Autolock lock(eventMutex);
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-        ++sEventListsGeneration;
-    }
-    ALOGI("enableActivityEvent end, pid[%d]", callingPid);
-    return enabled ? 0 : 1;
-}
-
-Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, uint32_t eventType,
-                                                             int64_t reportLatencyNs,
-                                                             const V1_0::OtherParams& params) {
-    ALOGI("enableActivityEventExtend activity[%d], event[%d] report_latency[%ld]ns", activity,
-          eventType, reportLatencyNs);
-    int callingPid = 0;
-    CallingPid(&callingPid);
-    if (ValidActivityEventExtend(eventType, callingPid, params) != 0) return 1;
-    const uint64_t pid = PidKey(callingPid);
-    int64_t latency = RoundNumbers(reportLatencyNs);
-    const uint32_t noWake = IsNoWake(params) ? 1 : 0;
-    if (noWake) latency = kNoWakeLatencyNs;
-    {
-        ::android::Mutex::Autolock lock(eventMutex);
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-        mEventData.push_back({pid, activity, eventType, latency, ToLegacyParams(params)});
-        ++sEventListsGeneration;
-    }
-    bool enabled;
-    // A pair first switched on for pid 0 counts as not on: each request adds another entry.
-    if (FindEnableToNativeData(activity, eventType, mEnableToNativeData).pid != 0) {
-        int64_t merged;
-        {
-            ::android::Mutex::Autolock lock(eventMutex);
-            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
-        }
-        enabled = EnableActivityEvent(activity, eventType, merged, params) == 0;
-        if (enabled) HandleFirstReport(pid, activity, eventType);
-    } else {
-        enabled = UpdateEnableNativeExend({pid, activity, eventType, latency, noWake}, params);
-    }
-    if (activity == 64 && !g_zelEnableData.empty() && g_zelRunCommandInt != nullptr) {
-        const int32_t code =
-                g_zelRunCommandInt(kZelClient, "modem-update", TruncateToInt32(params.params[0]),
-                                   TruncateToInt32(params.params[1]));
-        ALOGI("%s: [ZEL]m-update retCode(%d)\n", "enableActivityEventExtend", code);
-    }
-    if (!enabled) {
-        ::android::Mutex::Autolock lock(eventMutex);
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-        ++sEventListsGeneration;
-    }
-    ALOGI("enableActivityEventExtend end, pid[%d]", callingPid);
-    return enabled ? 0 : 1;
-}
-
-Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint32_t eventType) {
-    ALOGI("disableActivityEvent acivity[%d] event[%d]", activity, eventType);
-    if (!ValidEventType(eventType)) return 1;
-    int callingPid = 0;
-    CallingPid(&callingPid);
-    const uint64_t pid = PidKey(callingPid);
-    {
-        ::android::Mutex::Autolock lock(eventMutex);
-        if (mEventData.empty() ||
-            FindEnableRequestDataIndex(pid, activity, eventType, mEventData) < 0) {
-            return 1;
-        }
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-        RemoveFirst(pid, activity, eventType);
-        ++sEventListsGeneration;
-    }
-    // Unlocked, unlike the intake that writes it.
-    RemoveLastActivityEvent(pid, activity, eventType, mLastActivityEvent);
-    return DisableOtherActivityEvent(activity, eventType) != 0 ? 1 : 0;
-}
-
-// What stays below once a request of the pair is gone: the merged latency of the remaining
-// requests (extended ones with the last no-wake parameters), or the pair switched off.
-int32_t ActivityInterface::DisableOtherActivityEvent(uint32_t activity, uint32_t eventType) {
-    bool remains = false;
-    bool noPlain = true;  // cleared by a plain request of the pair
-    other_params kept;    // parameters of the last no-wake request, else zero
-    memset(&kept, 0, sizeof(kept));
-    int64_t merged = 0;
-    {
-        ::android::Mutex::Autolock lock(eventMutex);
-        for (size_t i = 0; i < mEventData.size(); ++i) {
-            if (ValidEventActivity(i, activity, eventType, noPlain, kept)) remains = true;
-        }
-        if (remains) merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
-    }
-    if (remains) {
-        if (mEnableToNativeData.empty()) return -1;
-        if (!noPlain) {
-            if (!IsZelActivity(activity)) {
-                return mImpl->enable_activity_event(activity, eventType, merged);
-            }
-            return g_zelRunCommand == nullptr ? 0 : ZelEnableEvent(activity, eventType, merged);
-        }
-        if (mImpl == nullptr) return 1;
-        return ZelEnableEventExtend(activity, eventType, merged, kept);
-    }
-    RemoveEnableToNativeData(activity, eventType, mEnableToNativeData);
-    if (!IsZelActivity(activity)) {
-        return mImpl == nullptr ? 0 : mImpl->disable_activity_event(activity, eventType);
-    }
-    if (g_zelRunCommand == nullptr) return 0;
-    RemoveZelEnableData(activity, eventType);
-    const int32_t code =
-            RunZelCommand("ar-off", std::to_string(activity) + "," + std::to_string(eventType));
-    ALOGI("%s: [ZEL]ar-off retCode(%d)\n", "DisableOtherActivityEvent", code);
-    return code;
-}
-
-Return<int32_t> ActivityInterface::flush() {
-    if (mImpl == nullptr) {
-        ALOGE("%s: mImpl interface is not available", "flush");
-        return 1;
-    }
-    return mImpl->flush() != 0 ? 1 : 0;
-}
-
+// ---------------------------------------------------------------------------------------------
 // Queries.
 
 Return<void> ActivityInterface::getSupportedActivitiesList(getSupportedActivitiesList_cb _hidl_cb) {
@@ -1383,14 +1319,103 @@ Return<void> ActivityInterface::getSupportedActivitiesList(getSupportedActivitie
     return Void();
 }
 
+// The current state from both sources: the client library's records first (only when pairs are
+// on in it), then the legacy module's records for the activities it did not report.
+std::vector<ar_context_event> ActivityInterface::CurrentStates(const char* caller, bool v1_1) {
+    std::vector<ar_context_event> answer;
+    std::set<int32_t> fromZel;
+    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) {
+        answer = ZelStateRecords();
+        for (size_t i = 0; i < answer.size(); ++i) {
+            const ar_context_event& record = answer[i];
+            ALOGI("%s: [ZEL]AR_GET_STATE_REPORT_EVENT: [%d] a: %d, e: %d, t: %ld, c: %d\n", caller,
+                  static_cast<int>(i), record.activity, record.event_type, record.timestamp,
+                  record.confidence);
+            fromZel.insert(static_cast<int32_t>(record.activity));
+        }
+    }
+    if (mImpl == nullptr) {
+        if (v1_1) {
+            ALOGE("%s: mImpl V1_1 interface is not available", caller);
+        } else {
+            ALOGE("%s: mImpl V1_0 interface is not available", caller);
+        }
+        return answer;
+    }
+    ar_context_event* events = nullptr;
+    const int n = mImpl->get_current_activity(&events);
+    if (n < 1 || n > 5 || events == nullptr) {
+        if (v1_1) {
+            ALOGE("%s: mImpl V1_1 getCurrentActivity error size(%d)", caller, n);
+        } else {
+            ALOGE("%s: mImpl V1_0 getCurrentActivity error size(%d)", caller, n);
+        }
+        return answer;
+    }
+    for (int i = 0; i < n; ++i) {
+        if (fromZel.count(static_cast<int32_t>(events[i].activity)) == 0)
+            answer.push_back(events[i]);
+    }
+    return answer;
+}
+
 Return<void> ActivityInterface::getCurrentActivity(getCurrentActivity_cb _hidl_cb) {
-    _hidl_cb(CurrentActivities(mImpl, "getCurrentActivity", "V1_0", convertACEToAEEV1_0));
+    const std::vector<ar_context_event> states = CurrentStates("getCurrentActivity", false);
+    std::vector<V1_0::ActivityEventExtend> answer;
+    answer.reserve(states.size());
+    for (const ar_context_event& state : states) answer.push_back(convertACEToAEEV1_0(state));
+    _hidl_cb(answer);
     return Void();
 }
 
 Return<void> ActivityInterface::getCurrentActivityV1_1(getCurrentActivityV1_1_cb _hidl_cb) {
-    _hidl_cb(CurrentActivities(mImpl, "getCurrentActivityV1_1", "V1_1", convertACEToAEEV1_1));
+    const std::vector<ar_context_event> states = CurrentStates("getCurrentActivityV1_1", true);
+    std::vector<V1_1::ActivityEventExtendV1_1> answer;
+    answer.reserve(states.size());
+    for (const ar_context_event& state : states) answer.push_back(convertACEToAEEV1_1(state));
+    _hidl_cb(answer);
     return Void();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Conversions of legacy records to HIDL records, used by the environment side too.
+
+V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
+    V1_0::ActivityEvent out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    return out;
+}
+
+V1_1::ActivityEventV1_1 ActivityInterface::convertAEToAEV1_1(activity_event event) {
+    V1_1::ActivityEventV1_1 out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    out.confidence = event.confidence;
+    return out;
+}
+
+V1_0::ActivityEventExtend ActivityInterface::convertACEToAEEV1_0(ar_context_event event) {
+    V1_0::ActivityEventExtend out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    out.status = event.status;
+    out.otherParams = ConvertOtherParams(event.params);
+    return out;
+}
+
+V1_1::ActivityEventExtendV1_1 ActivityInterface::convertACEToAEEV1_1(ar_context_event event) {
+    V1_1::ActivityEventExtendV1_1 out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    out.confidence = event.confidence;
+    out.status = event.status;
+    out.otherParams = ConvertOtherParams(event.params);
+    return out;
 }
 
 }  // namespace implementation

@@ -130,6 +130,9 @@ struct ActivityInterface : public V1_1::IActivityInterface {
         sp<ActivityInterface> mOwner;
     };
 
+    // Life cycle: binds the client library, when the property asks for it.
+    static void BindZelClient();
+
     void HandleHidlDeath(uint64_t cookie, const wp<IBase>& who);
 
     // Intake of the legacy module's batches and the fan-out to the clients.
@@ -190,10 +193,17 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     static void UpsertZelEnableData(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs,
                                     uint32_t noWake);
     static std::string BuildZelEnableStr();
-    static int32_t SendZelEnableStr(const char* caller, uint32_t activity, uint32_t eventType);
+    static int32_t SendZelEnable(const char* caller, uint32_t activity, uint32_t eventType,
+                                 int64_t reportLatencyNs, uint32_t noWake,
+                                 bool commaBeforeCode = false);
+    static int32_t RunZelCommand(const char* command, const std::string& param);
+    static std::vector<ar_context_event> ZelStateRecords();
     static int32_t ZelEnableEvent(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs);
     int32_t ZelEnableEventExtend(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs,
                                  other_params params);
+
+    // Queries: the current state of both sources, logged with the version's texts.
+    std::vector<ar_context_event> CurrentStates(const char* caller, bool v1_1);
 
     static bool sInterfaceExists;
     static const activity_callbacks sActCb;

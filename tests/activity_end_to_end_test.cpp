@@ -40,10 +40,9 @@ TEST_F(ActivityEndToEndTest, TwoProcessesShareARoutedPair) {
     simulated_legacy::runOnModuleThread([] { report(getpid(), {event(1, 3, 2000)}); });
     EXPECT_EQ((Batches{{1000}, {2000}}), take(a->v11));
     EXPECT_EQ((Batches{{1000}, {1000}, {2000}, {2000}}), take(b->v10));
-    EXPECT_EQ(
-            1,
-            log.count(4, "AR_impl",
-                      "ZelNotify: [ZEL]AR_REPORT_EVENT: [0] e: 1, a:3, t:1000, c:7, arStatus: 0"));
+    EXPECT_EQ(1,
+              log.count(4, "AR_impl",
+                        "ZelNotify: [ZEL]AR_REPORT_EVENT: [0] e: 1, a:3, t:1000, c:7, arStatus: 0"));
 
     a->die();
     EXPECT_TRUE(below().empty());
