@@ -173,10 +173,11 @@ struct IntakeLookups {
     }
 };
 
-void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
-                          const std::vector<FirstReport>& firstReport,
-                          const std::vector<EventResponseData>& lastEvents,
-                          const std::vector<uint64_t>& pids) {
+// Out of line: it runs only when the lists changed, and would crowd the intake loop.
+__attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
+                                                    const std::vector<FirstReport>& firstReport,
+                                                    const std::vector<EventResponseData>& lastEvents,
+                                                    const std::vector<uint64_t>& pids) {
     struct PidActivityHash {
         size_t operator()(const std::pair<uint64_t, uint32_t>& key) const {
             return std::hash<uint64_t>()(key.first * 0x9e3779b97f4a7c15ULL ^ key.second);
@@ -184,8 +185,10 @@ void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
     };
     std::unordered_map<std::pair<uint64_t, uint32_t>, uint32_t, PidActivityHash> lastPositions;
     for (size_t i = 0; i < lastEvents.size(); ++i) {
-        lastPositions.emplace(std::make_pair(lastEvents[i].pid, lastEvents[i].activity),
-                              static_cast<uint32_t>(i));
+        // The record is packed: its fields are read by value.
+        const uint64_t pid = lastEvents[i].pid;
+        const uint32_t activity = lastEvents[i].activity;
+        lastPositions.emplace(std::make_pair(pid, activity), static_cast<uint32_t>(i));
     }
     std::unordered_map<uint64_t, uint32_t> pidPositions;
     for (size_t i = 0; i < pids.size(); ++i)
