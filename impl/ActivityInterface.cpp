@@ -327,6 +327,8 @@ static ZelMotionEnableFunc g_zelArEnable = nullptr;
 // in packageNames, emptied after every delivery and kept with their capacity (mListMutex).
 static IntakeLookups g_intake;
 static std::vector<std::vector<V1_1::ActivityEventV1_1>> g_eventsByPid;
+// The fan-out's list of the 1.1 clients by pid (mListMutex), kept with its capacity.
+static std::vector<std::pair<uint64_t, size_t>> g_clientsByPid;
 
 // ---------------------------------------------------------------------------------------------
 // Life cycle and client-library binding.
@@ -631,12 +633,22 @@ void ActivityInterface::ActivitiesReport() {
     if (packageNames.empty()) return;
     const size_t pidCount = packageNames.size();
     if (g_eventsByPid.size() < pidCount) g_eventsByPid.resize(pidCount);
+    // The 1.1 clients by pid, each pid's in map order. The map holds still meanwhile: changing it
+    // takes mListMutex.
+    std::vector<std::pair<uint64_t, size_t>>& clients = g_clientsByPid;
+    clients.clear();
+    for (size_t j = 0; j < mClientVectorV1_1.size(); ++j) {
+        clients.emplace_back(mClientVectorV1_1.valueAt(j), j);
+    }
+    std::sort(clients.begin(), clients.end());
     for (size_t i = 0; i < pidCount; ++i) {
         const uint64_t pid = packageNames[i];
         std::vector<V1_1::ActivityEventV1_1>& eventsV1_1 = g_eventsByPid[i];
         if (!eventsV1_1.empty() && !mClientVectorV1_1.isEmpty()) {
-            for (size_t j = 0; j < mClientVectorV1_1.size(); ++j) {
-                if (mClientVectorV1_1.valueAt(j) != pid) continue;
+            auto first = std::lower_bound(clients.begin(), clients.end(),
+                                          std::make_pair(pid, size_t{0}));
+            for (auto client = first; client != clients.end() && client->first == pid; ++client) {
+                const size_t j = client->second;
                 const sp<V1_1::IActivityChangedCallback>& callback = mClientVectorV1_1.keyAt(j);
                 if (callback == nullptr) continue;
                 Return<void> ret = callback->onActivityChangedV1_1(
