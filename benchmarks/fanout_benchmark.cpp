@@ -358,8 +358,10 @@ void BM_EnableDisable(benchmark::State& state) {
     }
     ScopedCallingIdentity as(kFirstPid);
     for (auto _ : state) {
-        s.activity->enableActivityEvent(1, 1, 2000000000);
-        s.activity->disableActivityEvent(1, 1);
+        measured([&] {
+            s.activity->enableActivityEvent(1, 1, 2000000000);
+            s.activity->disableActivityEvent(1, 1);
+        });
     }
     state.counters["others"] = others;
 }

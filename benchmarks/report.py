@@ -51,10 +51,11 @@ for name, b in sorted(results.items(), key=order):
               f"{ir / fir:.2f}" if ir and fir else "-"]
     print("| " + " | ".join(str(c) for c in cells) + " |")
 
-merging = [b for n, b in results.items() if split(n)[0] == "BM_EnableDisable"]
-if merging:
+if any(split(n)[0] == "BM_EnableDisable" for n in results):
     print()
-    print("| other open requests | ns per enable+disable |")
-    print("|---|---|")
-    for b in sorted(merging, key=lambda b: b["others"]):
-        print(f"| {int(b['others'])} | {b['real_time']:.0f} |")
+    print("| other open requests | ns per enable+disable | instructions per enable+disable |")
+    print("|---|---|---|")
+    for name, b in sorted(((n, b) for n, b in results.items() if split(n)[0] == "BM_EnableDisable"),
+                          key=lambda item: item[1]["others"]):
+        ir = instructions.get(name)
+        print(f"| {int(b['others'])} | {b['real_time']:.0f} | {f'{ir:.0f}' if ir else '-'} |")

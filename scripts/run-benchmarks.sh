@@ -28,7 +28,7 @@ while read -r name; do
   i=$((i + 1))
   "$bin" --benchmark_filter="^${name}\$" --benchmark_format=json "$@" >"$out/$i.json"
   files+=("$out/$i.json")
-  if [[ -n $callgrind && $name != BM_EnableDisable* ]]; then
+  if [[ -n $callgrind ]]; then
     valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out/cg.out" \
       "$bin" --benchmark_filter="^${name}\$" --benchmark_min_time=0.05 >/dev/null 2>"$out/cg.err"
     batches=$(sed -n 's/^batches counted: //p' "$out/cg.err")
