@@ -39,8 +39,7 @@ class CallbackObject : public Interface {
             mState->links.emplace_back(recipient, cookie);
             result = true;
         }
-        Event event =
-                mState->event("link", "{client}[{pid}] {method}(cookie {cookie}) -> {answer}");
+        Event event = mState->event("link", "{client}[{pid}] {method}(cookie {cookie}) -> {answer}");
         event.name = "linkToDeath";
         event.detail = std::to_string(cookie);
         event.addString("method", event.name).addNumber("cookie", static_cast<int64_t>(cookie));

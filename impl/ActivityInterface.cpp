@@ -11,10 +11,8 @@
 
 #include <algorithm>
 #include <new>
-#include <optional>
 #include <set>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "StateDump.h"
 
@@ -25,183 +23,30 @@ namespace activity_recognition {
 namespace V1_1 {
 namespace implementation {
 
-bool ActivityInterface::sInterfaceExists = false;
-const activity_callbacks ActivityInterface::sActCb = {
-        .activity_changed = ActivityInterface::ActChangedCb,
-        .activity_extend_changed = ActivityInterface::ActExtendChangedCb,
-};
-
 // The device loads the sensor-framework client library from the vendor partition; host builds
 // name the bare file, found through the library search path.
 #ifndef ZEL_CLIENT_LIBRARY_PATH
 #define ZEL_CLIENT_LIBRARY_PATH "/vendor/lib64/libZelClient.so"
 #endif
 
-// Process-wide state, constructed in this order. The client-library state (g_*) is written by
-// the constructor and destructor only and read without a lock.
-namespace {
-// NOLINTNEXTLINE(readability-identifier-naming): the library binding's g_zel* names are kept.
-const std::string g_zelLibPath = ZEL_CLIENT_LIBRARY_PATH;
-}  // namespace
-::android::Mutex ActivityInterface::mListMutex;
-::android::Mutex ActivityInterface::eventMutex;
-KeyedVector<sp<V1_1::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_1;
-KeyedVector<sp<V1_0::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_0;
-std::vector<EventResponseData> ActivityInterface::mLastActivityEvent;
-std::vector<EnableRequestData> ActivityInterface::mEventData;
-std::vector<FirstReport> ActivityInterface::firstReport;
-std::vector<uint64_t> ActivityInterface::packageNames;
-namespace {
-std::set<int32_t> g_zelSupportedActivities;       // activities routed to the client library
-std::vector<EnableToNativeData> g_zelEnableData;  // pairs on in the client library; not locked
-
-void* g_zelHandle = nullptr;
-ZelSetCallbackFunc g_zelSetCallback = nullptr;
-ZelRunCommandFunc g_zelRunCommand = nullptr;
-ZelRunCommandIntFunc g_zelRunCommandInt = nullptr;
-ZelGetDataFunc g_zelGetData = nullptr;
-ZelMotionEnableFunc g_zelArEnable = nullptr;
-// How far the binding got and how many registration attempts it made, for the state dump;
-// written and read like the pointers.
-enum class ZelBinding { kNotEnabled, kLoadFailed, kSymbolsMissing, kRefused, kRegistered };
-ZelBinding g_zelBinding = ZelBinding::kNotEnabled;
-int g_zelAttempts = 0;
-
-constexpr char kZelClient[] = "ar-client";
-}  // namespace
+// ---------------------------------------------------------------------------------------------
+// Helpers: constants, small conversions, and the intake's lookups.
 
 namespace {
-// Lookups into the two lists that the intake of one batch appends to: the last event per (pid,
-// activity) and the pids that were sent events. While a batch is taken in nothing else changes
-// them but a disable, which erases last events without a lock: a position found in the index is
-// checked before it is used. Entries the batch appends are added as it goes. Short lists and
-// small batches are searched directly.
-class IntakeIndex {
-  public:
-    IntakeIndex(std::vector<EventResponseData>& last, std::vector<uint64_t>& pids)
-        : mLast(last), mPids(pids) {}
-
-    // The first entry of (pid, activity), or null.
-    EventResponseData* FindLast(uint64_t pid, uint32_t activity) {
-        if (!mLastIndexed && !WorthIndexing(mLastSearched, mLast.size())) {
-            auto found = std::find_if(mLast.begin(), mLast.end(), [&](const auto& entry) {
-                return entry.pid == pid && entry.activity == activity;
-            });
-            mLastSearched += found - mLast.begin();
-            return found == mLast.end() ? nullptr : &*found;
-        }
-        if (!mLastIndexed) {
-            for (size_t i = 0; i < mLast.size(); ++i) {
-                mLastPositions.emplace(Key{mLast[i].pid, mLast[i].activity}, i);
-            }
-            mLastIndexed = true;
-        }
-        auto found = mLastPositions.find(Key{pid, activity});
-        if (found == mLastPositions.end()) return nullptr;
-        // A disable erases last events without any lock; should one have moved the entry, the
-        // index is built again.
-        if (found->second >= mLast.size() || mLast[found->second].pid != pid ||
-            mLast[found->second].activity != activity) {
-            mLastIndexed = false;
-            mLastPositions.clear();
-            mLastSearched = 0;
-            for (EventResponseData& entry : mLast) {
-                if (entry.pid == pid && entry.activity == activity) return &entry;
-            }
-            return nullptr;
-        }
-        return &mLast[found->second];
-    }
-
-    void AppendLast(const EventResponseData& entry) {
-        mLast.push_back(entry);
-        if (mLastIndexed) mLastPositions.emplace(Key{entry.pid, entry.activity}, mLast.size() - 1);
-    }
-
-    // Appends the pid unless it is there already.
-    void AddPid(uint64_t pid) {
-        if (!mPidsIndexed && !WorthIndexing(mPidsSearched, mPids.size())) {
-            auto found = std::find(mPids.begin(), mPids.end(), pid);
-            mPidsSearched += found - mPids.begin();
-            if (found != mPids.end()) return;
-        } else {
-            if (!mPidsIndexed) {
-                mKnownPids.insert(mPids.begin(), mPids.end());
-                mPidsIndexed = true;
-            }
-            if (mKnownPids.count(pid) != 0) return;
-            mKnownPids.insert(pid);
-        }
-        mPids.push_back(pid);
-    }
-
-  private:
-    // Building an index costs about as much as searching the list some tens of times over, so a
-    // list is indexed only once this batch has searched through it that often: small batches and
-    // short lists are searched directly.
-    static bool WorthIndexing(size_t searched, size_t size) {
-        return size >= kDirectSearch && searched > 64 * size;
-    }
-    static constexpr size_t kDirectSearch = 16;
-    struct Key {
-        uint64_t pid;
-        uint32_t activity;
-        bool operator==(const Key& other) const {
-            return pid == other.pid && activity == other.activity;
-        }
-    };
-    struct KeyHash {
-        size_t operator()(const Key& key) const {
-            return std::hash<uint64_t>()(key.pid * 0x9e3779b97f4a7c15ULL ^ key.activity);
-        }
-    };
-
-    std::vector<EventResponseData>& mLast;
-    std::vector<uint64_t>& mPids;
-    bool mLastIndexed = false;
-    bool mPidsIndexed = false;
-    size_t mLastSearched = 0;
-    size_t mPidsSearched = 0;
-    std::unordered_map<Key, size_t, KeyHash> mLastPositions;
-    std::unordered_set<uint64_t> mKnownPids;
-};
-
-// The fan-out finds a pid's position in packageNames by searching it, unless both the list and
-// the batch are long enough for an index of the list to pay for itself.
-constexpr size_t kDirectPidSearch = 16;
-constexpr size_t kIndexedBatch = 128;
-
-// The index of the batch being taken in on this thread, if any.
-thread_local IntakeIndex* g_intakeIndex = nullptr;
-
-activity_event ToActivityEvent(const EventResponseData& entry) {
-    activity_event event{};
-    event.event_type = entry.eventType;
-    event.activity = entry.activity;
-    event.timestamp = entry.timestamp;
-    event.confidence = entry.confidence;
-    return event;
-}
-}  // namespace
-
-namespace {
-// The text of a legacy `extra` field: up to its terminating NUL, never past its 32 bytes.
-::android::hardware::hidl_string ExtraText(const other_params& params) {
-    return ::android::hardware::hidl_string(params.extra,
-                                            strnlen(params.extra, sizeof(params.extra)));
-}
-
-V1_0::OtherParams ConvertOtherParams(const other_params& params) {
-    V1_0::OtherParams out;
-    for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
-    out.extra = ExtraText(params);
-    return out;
-}
 
 // Batches of the layers below hold 1 to 192 records.
 constexpr int kMaxBatch = 192;
 // Size of one activity record in the client library's notifications.
 constexpr int kZelRecordBytes = 24;
+// Size of one extended record in the client library's state answers.
+constexpr size_t kZelStateRecordBytes = sizeof(ar_context_event);
+// Requests of the no-wake pattern (1.0, 0, 0, 0) are stored with a latency of seven days.
+constexpr int64_t kNoWakeLatencyNs = 604800000000000;
+constexpr int64_t kSecondNs = 1000000000;
+// A legacy `extra` field holds at most 32 bytes.
+constexpr size_t kMaxExtraLength = sizeof(other_params::extra);
+// The name this program gives itself in every client-library call.
+constexpr char kZelClient[] = "ar-client";
 
 // The calling process id of this thread's transaction, sign-extended; false (and 0) when the
 // thread has no state.
@@ -215,13 +60,18 @@ uint64_t PidKey(int pid) {
     return static_cast<uint64_t>(static_cast<int64_t>(pid));
 }
 
-// Requests of the no-wake pattern (1.0, 0, 0, 0) are stored with a latency of seven days.
-constexpr int64_t kNoWakeLatencyNs = 604800000000000;
-constexpr int64_t kSecondNs = 1000000000;
-// A legacy `extra` field holds at most 32 bytes.
-constexpr size_t kMaxExtraLength = sizeof(other_params::extra);
-// Size of one extended record in the client library's state answers.
-constexpr size_t kZelStateRecordBytes = sizeof(ar_context_event);
+// The text of a legacy `extra` field: up to its terminating NUL, never past its 32 bytes.
+::android::hardware::hidl_string ExtraText(const other_params& params) {
+    return ::android::hardware::hidl_string(params.extra,
+                                            strnlen(params.extra, sizeof(params.extra)));
+}
+
+V1_0::OtherParams ConvertOtherParams(const other_params& params) {
+    V1_0::OtherParams out;
+    for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
+    out.extra = ExtraText(params);
+    return out;
+}
 
 bool IsNoWakePattern(const double* params) {
     return params[0] == 1.0 && params[1] == 0.0 && params[2] == 0.0 && params[3] == 0.0;
@@ -250,26 +100,285 @@ const char* LoaderError() {
     return error != nullptr ? error : "";
 }
 
-// The records of the client library's "ar_status" item, 88 bytes each.
-std::vector<ar_context_event> ZelStateRecords() {
-    std::vector<int32_t> data;
-    g_zelGetData("ar_status", 0, data);
-    std::vector<ar_context_event> records(data.size() * sizeof(int32_t) / kZelStateRecordBytes);
-    if (!records.empty())
-        memcpy(records.data(), data.data(), records.size() * kZelStateRecordBytes);
-    return records;
+// Whether a client map entry stands for the object that `who` refers to.
+template <typename Callback>
+bool IsSameRemote(const sp<Callback>& callback, const wp<IBase>& who) {
+    if (callback == nullptr) return who.unsafe_get() == nullptr;
+    return who.unsafe_get() != nullptr && callback->getWeakRefs() == who.get_refs();
 }
 
-int32_t RunZelCommand(const char* command, const std::string& param) {
-    std::vector<uint8_t> output;
-    return g_zelRunCommand(kZelClient, command, param.c_str(), static_cast<int32_t>(param.size()),
-                           output);
+// What the intake looks up, kept beside the lists it indexes and guarded by eventMutex; rebuilt
+// whenever sEventListsGeneration has moved since it was built. The positions it remembers in
+// mLastActivityEvent and packageNames (lists of mListMutex, held throughout an intake) are
+// checked before use, since a disable erases last events without any lock.
+constexpr uint32_t kUnknown = UINT32_MAX;
+
+uint64_t PairKey(uint32_t activity, uint32_t eventType) {
+    return static_cast<uint64_t>(activity) << 32 | eventType;
 }
 
-// Binds the client library and registers `notify` with it; on success its configuration mask
+// A request of mEventData, filed under its pair.
+struct IndexedRequest {
+    uint64_t pair;
+    uint32_t request;      // position in mEventData
+    uint32_t last;         // position of its (pid, activity) in mLastActivityEvent, if known
+    uint32_t pidPosition;  // position of its pid in packageNames, if known
+};
+
+// The requests of one pair, positions [begin, end) of IntakeLookups::requests (end 0: a free
+// slot), and the first-report limit last looked up for it, with the intake pid it was for.
+struct PairSlot {
+    uint64_t pair;
+    uint32_t begin;
+    uint32_t end;
+    bool limitKnown;
+    uint64_t limitPid;
+    int64_t limit;
+};
+
+struct IntakeLookups {
+    uint64_t generation = UINT64_MAX;      // that of the lists when built; none at first
+    std::vector<IndexedRequest> requests;  // by pair, then position
+    std::vector<PairSlot> slots;           // open addressing over the pairs of `requests`
+    size_t mask = 0;
+    std::vector<FirstReport> limits;  // the first firstReport entry of each (pid, pair)
+
+    static size_t Hash(uint64_t pair) { return (pair * 0x9e3779b97f4a7c15ULL) >> 32; }
+
+    // The slot of the pair, or null when no request is for it.
+    PairSlot* Find(uint64_t pair) {
+        for (size_t i = Hash(pair) & mask;; i = (i + 1) & mask) {
+            PairSlot& slot = slots[i];
+            if (slot.end == 0) return nullptr;
+            if (slot.pair == pair) return &slot;
+        }
+    }
+
+    void Build(const std::vector<EnableRequestData>& eventData,
+               const std::vector<FirstReport>& firstReport,
+               const std::vector<EventResponseData>& lastEvents, const std::vector<uint64_t>& pids);
+
+    // The timestamp of the first firstReport entry of (pid, the slot's pair), 0 when none.
+    int64_t Limit(PairSlot& slot, uint64_t pid) {
+        if (!slot.limitKnown || slot.limitPid != pid) {
+            slot.limit = 0;
+            for (const FirstReport& entry : limits) {
+                if (entry.pid == pid && PairKey(entry.activity, entry.eventType) == slot.pair) {
+                    slot.limit = entry.timestamp;
+                    break;
+                }
+            }
+            slot.limitKnown = true;
+            slot.limitPid = pid;
+        }
+        return slot.limit;
+    }
+};
+
+// Out of line: it runs only when the lists changed, and would crowd the intake loop.
+__attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
+                                                    const std::vector<FirstReport>& firstReport,
+                                                    const std::vector<EventResponseData>& lastEvents,
+                                                    const std::vector<uint64_t>& pids) {
+    struct PidActivityHash {
+        size_t operator()(const std::pair<uint64_t, uint32_t>& key) const {
+            return std::hash<uint64_t>()(key.first * 0x9e3779b97f4a7c15ULL ^ key.second);
+        }
+    };
+    std::unordered_map<std::pair<uint64_t, uint32_t>, uint32_t, PidActivityHash> lastPositions;
+    for (size_t i = 0; i < lastEvents.size(); ++i) {
+        // The record is packed: its fields are read by value.
+        const uint64_t pid = lastEvents[i].pid;
+        const uint32_t activity = lastEvents[i].activity;
+        lastPositions.emplace(std::make_pair(pid, activity), static_cast<uint32_t>(i));
+    }
+    std::unordered_map<uint64_t, uint32_t> pidPositions;
+    for (size_t i = 0; i < pids.size(); ++i)
+        pidPositions.emplace(pids[i], static_cast<uint32_t>(i));
+    requests.clear();
+    for (size_t i = 0; i < eventData.size(); ++i) {
+        const EnableRequestData& request = eventData[i];
+        auto last = lastPositions.find({request.pid, request.activity});
+        auto pid = pidPositions.find(request.pid);
+        requests.push_back({PairKey(request.activity, request.eventType), static_cast<uint32_t>(i),
+                            last == lastPositions.end() ? kUnknown : last->second,
+                            pid == pidPositions.end() ? kUnknown : pid->second});
+    }
+    std::sort(requests.begin(), requests.end(), [](const auto& a, const auto& b) {
+        return a.pair != b.pair ? a.pair < b.pair : a.request < b.request;
+    });
+    size_t size = 2;
+    while (size < 2 * requests.size()) size *= 2;
+    slots.assign(size, PairSlot{});
+    mask = size - 1;
+    for (size_t begin = 0, end = 0; begin < requests.size(); begin = end) {
+        const uint64_t pair = requests[begin].pair;
+        for (end = begin + 1; end < requests.size() && requests[end].pair == pair; ++end) {
+        }
+        size_t i = Hash(pair) & mask;
+        while (slots[i].end != 0) i = (i + 1) & mask;
+        slots[i] = {pair, static_cast<uint32_t>(begin), static_cast<uint32_t>(end), false, 0, 0};
+    }
+    limits = firstReport;
+}
+
+// The lists that the intake appends to, with where their contents lie as last read.
+struct IntakeLists {
+    std::vector<EventResponseData>& lastEvents;
+    std::vector<uint64_t>& pids;
+    std::vector<std::vector<V1_1::ActivityEventV1_1>>& eventsByPid;
+    EventResponseData* lastData = nullptr;
+    size_t lastCount = 0;
+    const uint64_t* pidData = nullptr;
+    size_t pidCount = 0;
+    std::vector<V1_1::ActivityEventV1_1>* buffers = nullptr;
+
+    IntakeLists(std::vector<EventResponseData>& last, std::vector<uint64_t>& pidList,
+                std::vector<std::vector<V1_1::ActivityEventV1_1>>& buffersByPid)
+        : lastEvents(last), pids(pidList), eventsByPid(buffersByPid) {
+        if (eventsByPid.size() < pids.size()) eventsByPid.resize(pids.size());
+        Reread();
+    }
+    void Reread() {
+        lastData = lastEvents.data();
+        lastCount = lastEvents.size();
+        pidData = pids.data();
+        pidCount = pids.size();
+        buffers = eventsByPid.data();
+    }
+};
+
+// The position of the first last event of the request's (pid, activity), searched from the
+// front; a new entry with the event's timestamp when there is none.
+uint32_t FindOrAddLastEvent(IntakeLists& lists, const EnableRequestData& request,
+                            int64_t timestamp) {
+    std::vector<EventResponseData>& last = lists.lastEvents;
+    auto found = std::find_if(last.begin(), last.end(), [&](const EventResponseData& entry) {
+        return entry.pid == request.pid && entry.activity == request.activity;
+    });
+    if (found == last.end()) {
+        EventResponseData entry{};
+        entry.pid = request.pid;
+        entry.activity = request.activity;
+        entry.timestamp = timestamp;
+        found = last.insert(found, entry);
+    }
+    const auto position = static_cast<uint32_t>(found - last.begin());
+    lists.Reread();
+    return position;
+}
+
+// The position of the pid in packageNames, appended when new.
+uint32_t FindOrAddPackageName(IntakeLists& lists, uint64_t pid) {
+    auto found = std::find(lists.pids.begin(), lists.pids.end(), pid);
+    if (found == lists.pids.end()) found = lists.pids.insert(found, pid);
+    const auto position = static_cast<uint32_t>(found - lists.pids.begin());
+    if (lists.eventsByPid.size() < lists.pids.size()) lists.eventsByPid.resize(lists.pids.size());
+    lists.Reread();
+    return position;
+}
+
+// For an event that passed the first-report limit, one matching request: records the event type
+// last passed on for the request's (pid, activity) and files the event under the request's pid.
+// The intake keeps one last event per (pid, activity), so an entry of the request's (pid,
+// activity) at the remembered position is the first one; packageNames only grows.
+inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableRequestData& request,
+                        IndexedRequest& indexed, IntakeLists& lists) {
+    if (indexed.last >= lists.lastCount || lists.lastData[indexed.last].pid != request.pid ||
+        lists.lastData[indexed.last].activity != request.activity) {
+        indexed.last = FindOrAddLastEvent(lists, request, event.timestamp);
+    }
+    lists.lastData[indexed.last].eventType = event.eventType;
+    if (indexed.pidPosition >= lists.pidCount || lists.pidData[indexed.pidPosition] != request.pid) {
+        indexed.pidPosition = FindOrAddPackageName(lists, request.pid);
+    }
+    lists.buffers[indexed.pidPosition].push_back(event);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Class-wide state, constructed in this order at load. The client library's binding (g_zel*) is
+// written by the constructor and destructor only and read without a lock.
+
+bool ActivityInterface::sInterfaceExists = false;
+const activity_callbacks ActivityInterface::sActCb = {
+        .activity_changed = ActivityInterface::ActChangedCb,
+        .activity_extend_changed = ActivityInterface::ActExtendChangedCb,
+};
+// NOLINTNEXTLINE(readability-identifier-naming): the library binding's g_zel* names are kept.
+static const std::string g_zelLibPath = ZEL_CLIENT_LIBRARY_PATH;
+::android::Mutex ActivityInterface::mListMutex;
+::android::Mutex ActivityInterface::eventMutex;
+KeyedVector<sp<V1_1::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_1;
+KeyedVector<sp<V1_0::IActivityChangedCallback>, uint64_t> ActivityInterface::mClientVectorV1_0;
+std::vector<EventResponseData> ActivityInterface::mLastActivityEvent;
+std::vector<EnableRequestData> ActivityInterface::mEventData;
+std::vector<FirstReport> ActivityInterface::firstReport;
+std::vector<uint64_t> ActivityInterface::packageNames;
+uint64_t ActivityInterface::sEventListsGeneration = 0;
+static std::set<int32_t> g_zelSupportedActivities;       // activities routed to the library
+static std::vector<EnableToNativeData> g_zelEnableData;  // pairs on in the library; not locked
+static void* g_zelHandle = nullptr;
+static ZelSetCallbackFunc g_zelSetCallback = nullptr;
+static ZelRunCommandFunc g_zelRunCommand = nullptr;
+static ZelRunCommandIntFunc g_zelRunCommandInt = nullptr;
+static ZelGetDataFunc g_zelGetData = nullptr;
+static ZelMotionEnableFunc g_zelArEnable = nullptr;
+// How far the binding got and how many registration attempts it made, for the state dump;
+// written and read like the pointers.
+enum class ZelBinding { kNotEnabled, kLoadFailed, kSymbolsMissing, kRefused, kRegistered };
+static ZelBinding g_zelBinding = ZelBinding::kNotEnabled;
+static int g_zelAttempts = 0;
+// The intake's lookups (eventMutex) and its per-pid buffers of one batch, at the pids' positions
+// in packageNames, emptied after every delivery and kept with their capacity (mListMutex).
+static IntakeLookups g_intake;
+static std::vector<std::vector<V1_1::ActivityEventV1_1>> g_eventsByPid;
+// The fan-out's list of the 1.1 clients by pid (mListMutex), kept with its capacity.
+static std::vector<std::pair<uint64_t, size_t>> g_clientsByPid;
+
+// ---------------------------------------------------------------------------------------------
+// Life cycle and client-library binding.
+
+ActivityInterface::ActivityInterface(const activity_interface* impl) : mImpl(impl) {
+    ALOGI("Construct ActivityInterface");
+    LOG_ALWAYS_FATAL_IF(sInterfaceExists);
+    if (mImpl != nullptr) {
+        mImpl->register_callbacks(&sActCb);
+    } else {
+        ALOGE("%s: mImpl interface is not available", "ActivityInterface");
+    }
+    sInterfaceExists = true;
+    if (!property_get_bool("ro.odm.config.zel_service_enable", false)) {
+        ALOGE("%s: [ZEL]zel service not enable!", "ActivityInterface");
+        return;
+    }
+    BindZelClient();
+}
+
+// The supported set and the client library's list of pairs outlive the object.
+ActivityInterface::~ActivityInterface() {
+    ALOGI("Deconstruct ActivityInterface");
+    sInterfaceExists = false;
+    mClientVectorV1_0.clear();
+    mClientVectorV1_1.clear();
+    if (g_zelHandle != nullptr) {
+        dlclose(g_zelHandle);
+        g_zelHandle = nullptr;
+        g_zelSetCallback = nullptr;
+        g_zelRunCommand = nullptr;
+        g_zelRunCommandInt = nullptr;
+        g_zelGetData = nullptr;
+        g_zelArEnable = nullptr;
+    }
+    g_zelBinding = ZelBinding::kNotEnabled;
+    g_zelAttempts = 0;
+}
+
+// Binds the client library and registers ZelNotify with it; on success its configuration mask
 // names the activities routed to it from now on. Any failure leaves everything on the legacy
 // module.
-void BindZelClient(ZelNotifyFunc notify) {
+void ActivityInterface::BindZelClient() {
     g_zelHandle = dlopen(g_zelLibPath.c_str(), RTLD_LAZY);
     if (g_zelHandle == nullptr) {
         ALOGE("%s: [ZEL]zel hidl interface dlopen err:%s, used tradition case\n",
@@ -299,7 +408,7 @@ void BindZelClient(ZelNotifyFunc notify) {
     for (int attempt = 0; attempt < 3; ++attempt) {
         ALOGI("%s:[ZEL]retry count[%d]\n", "ActivityInterface", attempt);
         g_zelAttempts = attempt + 1;
-        if (!g_zelArEnable(30) || g_zelSetCallback(kZelClient, notify) < 0) {
+        if (!g_zelArEnable(30) || g_zelSetCallback(kZelClient, ZelNotify) < 0) {
             ALOGE("%s:[ZEL]g_zelSetCallback or g_zelArEnable failed\n", "ActivityInterface");
             continue;
         }
@@ -319,123 +428,8 @@ void BindZelClient(ZelNotifyFunc notify) {
     }
 }
 
-// The current state from both sources: the client library's records first (only when pairs are
-// on in it), then the legacy module's records for the activities it did not report.
-template <typename Record>
-std::vector<Record> CurrentActivities(const activity_interface* impl, const char* caller,
-                                      const char* version, Record (*convert)(ar_context_event)) {
-    std::vector<Record> answer;
-    std::set<int32_t> fromZel;
-    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) {
-        const std::vector<ar_context_event> records = ZelStateRecords();
-        for (size_t i = 0; i < records.size(); ++i) {
-            const ar_context_event& record = records[i];
-            ALOGI("%s: [ZEL]AR_GET_STATE_REPORT_EVENT: [%d] a: %d, e: %d, t: %ld, c: %d\n", caller,
-                  static_cast<int>(i), record.activity, record.event_type, record.timestamp,
-                  record.confidence);
-            answer.push_back(convert(record));
-            fromZel.insert(static_cast<int32_t>(record.activity));
-        }
-    }
-    if (impl == nullptr) {
-        ALOGE("%s: mImpl %s interface is not available", caller, version);
-        return answer;
-    }
-    ar_context_event* events = nullptr;
-    const int n = impl->get_current_activity(&events);
-    if (n < 1 || n > 5 || events == nullptr) {
-        ALOGE("%s: mImpl %s getCurrentActivity error size(%d)", caller, version, n);
-        return answer;
-    }
-    for (int i = 0; i < n; ++i) {
-        if (fromZel.count(static_cast<int32_t>(events[i].activity)) != 0) continue;
-        answer.push_back(convert(events[i]));
-    }
-    return answer;
-}
-
-// Whether a client map entry stands for the object that `who` refers to.
-template <typename Callback>
-bool IsSameRemote(const sp<Callback>& callback, const wp<IBase>& who) {
-    if (callback == nullptr) return who.unsafe_get() == nullptr;
-    return who.unsafe_get() != nullptr && callback->getWeakRefs() == who.get_refs();
-}
-}  // namespace
-
-ActivityInterface::ActivityInterface(const activity_interface* impl) : mImpl(impl) {
-    ALOGI("Construct ActivityInterface");
-    LOG_ALWAYS_FATAL_IF(sInterfaceExists);
-    if (mImpl != nullptr) {
-        mImpl->register_callbacks(&sActCb);
-    } else {
-        ALOGE("%s: mImpl interface is not available", "ActivityInterface");
-    }
-    sInterfaceExists = true;
-    if (!property_get_bool("ro.odm.config.zel_service_enable", false)) {
-        ALOGE("%s: [ZEL]zel service not enable!", "ActivityInterface");
-        return;
-    }
-    BindZelClient(ZelNotify);
-}
-
-// The supported set and the client library's list of pairs outlive the object.
-ActivityInterface::~ActivityInterface() {
-    ALOGI("Deconstruct ActivityInterface");
-    sInterfaceExists = false;
-    mClientVectorV1_0.clear();
-    mClientVectorV1_1.clear();
-    if (g_zelHandle != nullptr) {
-        dlclose(g_zelHandle);
-        g_zelHandle = nullptr;
-        g_zelSetCallback = nullptr;
-        g_zelRunCommand = nullptr;
-        g_zelRunCommandInt = nullptr;
-        g_zelGetData = nullptr;
-        g_zelArEnable = nullptr;
-    }
-    g_zelBinding = ZelBinding::kNotEnabled;
-    g_zelAttempts = 0;
-}
-
-V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
-    V1_0::ActivityEvent out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    return out;
-}
-
-V1_1::ActivityEventV1_1 ActivityInterface::convertAEToAEV1_1(activity_event event) {
-    V1_1::ActivityEventV1_1 out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    out.confidence = event.confidence;
-    return out;
-}
-
-V1_0::ActivityEventExtend ActivityInterface::convertACEToAEEV1_0(ar_context_event event) {
-    V1_0::ActivityEventExtend out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    out.status = event.status;
-    out.otherParams = ConvertOtherParams(event.params);
-    return out;
-}
-
-V1_1::ActivityEventExtendV1_1 ActivityInterface::convertACEToAEEV1_1(ar_context_event event) {
-    V1_1::ActivityEventExtendV1_1 out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    out.confidence = event.confidence;
-    out.status = event.status;
-    out.otherParams = ConvertOtherParams(event.params);
-    return out;
-}
-
-// Client registration and death.
+// ---------------------------------------------------------------------------------------------
+// Registration and death.
 
 sp<ActivityInterface::RemoteListenerHidlDeathRecipient>
 ActivityInterface::RemoteListenerHidlDeathRecipient::Create(const sp<ActivityInterface>& owner) {
@@ -478,8 +472,7 @@ Return<void> ActivityInterface::registerActivityCallback(
               linked.description().c_str());
     } else if (linked) {
         mClientVectorV1_0.add(callback, pid);
-        ALOGD("Pid[%lu] link to V1_0 ActivityInterface death notification successful, total "
-              "cb[%d]",
+        ALOGD("Pid[%lu] link to V1_0 ActivityInterface death notification successful, total cb[%d]",
               pid, static_cast<int>(mClientVectorV1_0.size()));
     } else {
         ALOGW("Unable to link to V1_0 ActivityInterface death notifications");
@@ -533,8 +526,7 @@ Return<void> ActivityInterface::registerActivityCallbackV1_1(
               linked.description().c_str());
     } else if (linked) {
         mClientVectorV1_1.add(callback, pid);
-        ALOGD("Pid[%lu] link to V1_1 ActivityInterface death notification successful, total "
-              "cb[%d]",
+        ALOGD("Pid[%lu] link to V1_1 ActivityInterface death notification successful, total cb[%d]",
               pid, static_cast<int>(mClientVectorV1_1.size()));
     } else {
         ALOGW("Unable to link to V1_1 ActivityInterface death notifications");
@@ -574,6 +566,7 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
             for (auto it = mEventData.begin(); it != mEventData.end();) {
                 it = it->pid == pid ? mEventData.erase(it) : it + 1;
             }
+            ++sEventListsGeneration;
         }
         mClientVectorV1_1.removeItemsAt(i);
         ALOGI("######V1_1 Match, remainder cb[%d]!!!######",
@@ -592,117 +585,92 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
     if (!matched) ALOGI("finish");
 }
 
-// Event intake and fan-out.
+// ---------------------------------------------------------------------------------------------
+// Intake and fan-out.
 
 void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
     ALOGI("ActChangedCb start count[%d]", count);
     if (events == nullptr || count < 1 || count > kMaxBatch) {
+        // Deliberate: the line number is part of the text. Guarded by
+        // ActivityEventsTest.BatchesOutside1To192AreRefusedWhole.
         ALOGE("(%s:%d) Invalid actChangedCb. Count: %d", "ActChangedCb", 413, count);
         return;
     }
     int pid = 0;
     CallingPid(&pid);
     ::android::Mutex::Autolock lock(mListMutex);
-    std::vector<EventResponseData> batch;
-    PackageNamePush(events, count, pid, batch);
-    ActivitiesReport(batch);
+    PackageNamePush(events, count, pid);
+    ActivitiesReport();
     ALOGI("ActChangedCb end, pid[%d]", pid);
 }
 
-// One batch entry per (event, matching request), in event order.
-void ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid,
-                                        std::vector<EventResponseData>& batch) {
-    IntakeIndex index(mLastActivityEvent, packageNames);
-    g_intakeIndex = &index;
+// Matches each event against the requests, in list order, as of the moment the event is taken
+// (an enable or disable may land between two events), and files one entry per matching request
+// under the request's pid. Returns the number of entries.
+size_t ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid) {
+    size_t entries = 0;
+    IntakeLists lists(mLastActivityEvent, packageNames, g_eventsByPid);
     for (int i = 0; i < count; ++i) {
         const activity_event& event = events[i];
         if (event.event_type == 0) continue;
         ::android::Mutex::Autolock lock(eventMutex);
-        for (const EnableRequestData& request : mEventData) {
-            if (request.activity == event.activity && request.eventType == event.event_type) {
-                OneDataPush(static_cast<int>(event.activity), event, pid, request, batch);
-            }
+        if (g_intake.generation != sEventListsGeneration) {
+            g_intake.Build(mEventData, firstReport, mLastActivityEvent, packageNames);
+            g_intake.generation = sEventListsGeneration;
         }
-    }
-    g_intakeIndex = nullptr;
-}
-
-// Runs under mListMutex and eventMutex. The first-report limit is looked up under the pid that
-// delivers the batch, not under the request's pid.
-void ActivityInterface::OneDataPush(int activity, activity_event event, int pid,
-                                    EnableRequestData request,
-                                    std::vector<EventResponseData>& batch) {
-    const int64_t limit =
-            GetLastTime(PidKey(pid), static_cast<uint32_t>(activity), event.event_type);
-    if (event.timestamp < limit) return;
-
-    IntakeIndex* batchIndex = g_intakeIndex;
-    std::optional<IntakeIndex> direct;
-    if (batchIndex == nullptr) batchIndex = &direct.emplace(mLastActivityEvent, packageNames);
-    IntakeIndex& index = *batchIndex;
-    EventResponseData* last = index.FindLast(request.pid, request.activity);
-    if (last != nullptr) {
-        last->eventType = event.event_type;
-    } else {
-        EventResponseData entry{};
-        entry.pid = request.pid;
-        entry.activity = request.activity;
+        PairSlot* slot = g_intake.Find(PairKey(event.activity, event.event_type));
+        if (slot == nullptr) continue;
+        // Deliberate: the limit is the one filed under the pid that delivers the batch, not under
+        // the request's pid. Guarded by ActivityEventsTest.Matching.
+        if (event.timestamp < g_intake.Limit(*slot, PidKey(pid))) continue;
+        // The request's activity is the event's.
+        V1_1::ActivityEventV1_1 entry;
         entry.eventType = event.event_type;
+        entry.activity = event.activity;
         entry.timestamp = event.timestamp;
-        index.AppendLast(entry);
+        entry.confidence = event.confidence;
+        lists.Reread();  // a disable may have erased last events meanwhile
+        IndexedRequest* const first = g_intake.requests.data() + slot->begin;
+        IndexedRequest* const end = g_intake.requests.data() + slot->end;
+        const EnableRequestData* const requests = mEventData.data();
+        for (IndexedRequest* indexed = first; indexed != end; ++indexed) {
+            OneDataPush(entry, requests[indexed->request], *indexed, lists);
+        }
+        entries += static_cast<size_t>(end - first);
     }
-
-    EventResponseData response{};
-    response.pid = request.pid;
-    response.activity = request.activity;
-    response.eventType = event.event_type;
-    response.timestamp = event.timestamp;
-    response.confidence = event.confidence;
-    batch.push_back(response);
-
-    index.AddPid(request.pid);
+    return entries;
 }
 
 // Runs under mListMutex. For each pid that was ever sent an event: its 1.1 clients get its events
-// when there are any, and every 1.0 client gets them, possibly empty.
-void ActivityInterface::ActivitiesReport(const std::vector<EventResponseData>& batch) {
+// of the batch when there are any, and every 1.0 client gets them, possibly none.
+void ActivityInterface::ActivitiesReport() {
     if (packageNames.empty()) return;
     const size_t pidCount = packageNames.size();
-    // The batch's events by the position of their pid in packageNames, in batch order, sorted
-    // out in one pass; a long packageNames is indexed first.
-    std::unordered_map<uint64_t, size_t> positions;
-    const bool indexed = pidCount > kDirectPidSearch && batch.size() > kIndexedBatch;
-    if (indexed) {
-        positions.reserve(pidCount);
-        for (size_t i = 0; i < pidCount; ++i) positions.emplace(packageNames[i], i);
+    if (g_eventsByPid.size() < pidCount) g_eventsByPid.resize(pidCount);
+    // The 1.1 clients by pid, each pid's in map order. The map holds still meanwhile: changing it
+    // takes mListMutex.
+    std::vector<std::pair<uint64_t, size_t>>& clients = g_clientsByPid;
+    clients.clear();
+    for (size_t j = 0; j < mClientVectorV1_1.size(); ++j) {
+        clients.emplace_back(mClientVectorV1_1.valueAt(j), j);
     }
-    auto positionOf = [&](uint64_t pid) -> size_t {
-        if (indexed) {
-            auto found = positions.find(pid);
-            return found == positions.end() ? pidCount : found->second;
-        }
-        return std::find(packageNames.begin(), packageNames.end(), pid) - packageNames.begin();
-    };
-    std::vector<std::vector<V1_1::ActivityEventV1_1>> eventsByPid(pidCount);
-    for (const EventResponseData& entry : batch) {
-        const uint64_t pid = entry.pid;  // the record is packed: read the field by value
-        const size_t position = positionOf(pid);
-        if (position == pidCount) continue;
-        eventsByPid[position].push_back(convertAEToAEV1_1(ToActivityEvent(entry)));
-    }
+    std::sort(clients.begin(), clients.end());
     for (size_t i = 0; i < pidCount; ++i) {
         const uint64_t pid = packageNames[i];
-        const std::vector<V1_1::ActivityEventV1_1>& eventsV1_1 = eventsByPid[i];
+        std::vector<V1_1::ActivityEventV1_1>& eventsV1_1 = g_eventsByPid[i];
         if (!eventsV1_1.empty() && !mClientVectorV1_1.isEmpty()) {
-            for (size_t j = 0; j < mClientVectorV1_1.size(); ++j) {
-                if (mClientVectorV1_1.valueAt(j) != pid) continue;
+            auto first = std::lower_bound(clients.begin(), clients.end(),
+                                          std::make_pair(pid, size_t{0}));
+            for (auto client = first; client != clients.end() && client->first == pid; ++client) {
+                const size_t j = client->second;
                 const sp<V1_1::IActivityChangedCallback>& callback = mClientVectorV1_1.keyAt(j);
                 if (callback == nullptr) continue;
                 Return<void> ret = callback->onActivityChangedV1_1(
                         hidl_vec<V1_1::ActivityEventV1_1>(eventsV1_1));
                 if (!ret.isOk()) {
-                    // Names the map entry at the pid's position in packageNames; past the end of
-                    // the map, the client that failed.
+                    // Deliberate: names the map entry at the pid's position in packageNames, not
+                    // the client that failed (past the end of the map, the client that failed).
+                    // Guarded by ActivityEventsTest.FailingClientsAreLoggedAndTheOthersServed.
                     const size_t shown = i < mClientVectorV1_1.size() ? i : j;
                     ALOGI("%s: Unable to invoke onActivityChangedV1_1 PID[%lu]", "ActivitiesReport",
                           mClientVectorV1_1.valueAt(shown));
@@ -722,6 +690,7 @@ void ActivityInterface::ActivitiesReport(const std::vector<EventResponseData>& b
                 eventsV1_0.push_back(shortForm);
             }
         }
+        eventsV1_1.clear();
         ActChangedCbV1_0(eventsV1_0);
     }
 }
@@ -745,6 +714,8 @@ void ActivityInterface::ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>&
 // Extended events are not matched against the requests: every client gets the whole batch.
 void ActivityInterface::ActExtendChangedCb(const ar_context_event* events, int count) {
     if (events == nullptr || count < 1 || count > kMaxBatch) {
+        // Deliberate: the line number is part of the text. Guarded by
+        // ActivityEventsTest.BatchesOutside1To192AreRefusedWhole.
         ALOGE("(%s:%d) Invalid actExtendChangedCb. Count: %d", "ActExtendChangedCb", 180, count);
         return;
     }
@@ -823,6 +794,8 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
                                   const std::vector<int32_t>& data) {
     const int count = byteLength / kZelRecordBytes;
     if (count > kMaxBatch || byteLength < 1 || data.data() == nullptr) {
+        // Deliberate: the line number is part of the text. Guarded by
+        // ActivityEventsTest.ZelNotifyByteLengths.
         ALOGE("(%s:%d) [ZEL]Invalid ZelNotify. Count: %d", "ZelNotify", 151, count);
         return;
     }
@@ -844,17 +817,255 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
     int pid = 0;
     CallingPid(&pid);
     ::android::Mutex::Autolock lock(mListMutex);
-    std::vector<EventResponseData> batch;
-    PackageNamePush(events.data(), readable, pid, batch);
+    const size_t entries = PackageNamePush(events.data(), readable, pid);
     ALOGI("%s: [ZEL]PackageNamePush, events size:%d, eventDataFit size:%ld", "ZelNotify", count,
-          static_cast<long>(batch.size()));
-    ActivitiesReport(batch);
+          static_cast<long>(entries));
+    ActivitiesReport();
     ALOGI("%s: [ZEL]Notify end, pid[%d]", "ZelNotify", pid);
 }
 
-// Enable and disable. Every client's request is kept under its pid in mEventData; the pairs
-// switched on below are kept in mEnableToNativeData, and a pair goes down as one request with
-// the smallest latency of its requests.
+// ---------------------------------------------------------------------------------------------
+// Enable and disable merging. Every client's request is kept under its pid in mEventData; the
+// pairs switched on below are kept in mEnableToNativeData, and a pair goes down as one request
+// with the smallest latency of its requests.
+
+Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32_t eventType,
+                                                       int64_t reportLatencyNs) {
+    ALOGI("enableActivityEvent activity[%d], event[%d] reportLatency[%ld]ns", activity, eventType,
+          reportLatencyNs);
+    if (!ValidEventType(eventType)) return 1;
+    const int64_t latency = RoundNumbers(reportLatencyNs);
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    const uint64_t pid = PidKey(callingPid);
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        EnableRequestData request;
+        memset(&request, 0, sizeof(request));
+        request.pid = pid;
+        request.activity = activity;
+        request.eventType = eventType;
+        request.reportLatencyNs = latency;
+        mEventData.push_back(request);
+        ++sEventListsGeneration;
+    }
+    bool enabled = false;
+    if (FindEnableToNativeDataExist(activity, eventType, mEnableToNativeData)) {
+        enabled = UpdateEnableNative({pid, activity, eventType, latency, 0});
+    } else {
+        int64_t merged;
+        {
+            ::android::Mutex::Autolock lock(eventMutex);
+            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+        }
+        int32_t status = 1;
+        if (mImpl == nullptr) {
+            ALOGE("%s: mImpl interface is not available", "enableActivityEvent");
+        } else if (IsZelActivity(activity)) {
+            status = g_zelRunCommand == nullptr
+                             ? 0
+                             : SendZelEnable("enableActivityEvent", activity, eventType, merged, 0);
+        } else {
+            status = mImpl->enable_activity_event(activity, eventType, merged);
+        }
+        if (status == 0) HandleFirstReport(pid, activity, eventType);
+        enabled = status == 0;
+    }
+    if (!enabled) {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        ++sEventListsGeneration;
+    }
+    ALOGI("enableActivityEvent end, pid[%d]", callingPid);
+    return enabled ? 0 : 1;
+}
+
+// Switches a pair on below for the first time and records it.
+bool ActivityInterface::UpdateEnableNative(const EnableToNativeData& record) {
+    if (mImpl == nullptr) {
+        ALOGE("%s: mImpl interface is not available", "UpdateEnableNative");
+        return false;
+    }
+    if (IsZelActivity(record.activity)) {
+        if (g_zelRunCommand != nullptr &&
+            SendZelEnable("UpdateEnableNative", record.activity, record.eventType,
+                          record.reportLatencyNs, 0) != 0) {
+            return false;
+        }
+    } else if (mImpl->enable_activity_event(record.activity, record.eventType,
+                                            record.reportLatencyNs) != 0) {
+        return false;
+    }
+    mEnableToNativeData.push_back(record);
+    return true;
+}
+
+// A request joined a pair that was already on: the newest state below becomes its first-report
+// limit (0 when only the client library answered).
+void ActivityInterface::HandleFirstReport(uint64_t pid, uint32_t activity, uint32_t eventType) {
+    ar_context_event* events = nullptr;
+    const int n = mImpl->get_current_activity(&events);
+    size_t zelRecords = 0;
+    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) zelRecords = ZelStateRecords().size();
+    if (n == 0 && zelRecords == 0) return;
+    std::vector<OxActivityRecognitionExtEvent> states;
+    for (int i = 0; events != nullptr && i < n; ++i) {
+        OxActivityRecognitionExtEvent state;
+        state.activity = events[i].activity;
+        state.eventType = events[i].event_type;
+        state.timestamp = events[i].timestamp;
+        state.params = events[i].params;
+        state.confidence = events[i].confidence;
+        state.firstReportFlag = 1;
+        states.push_back(state);
+    }
+    const int64_t timestamp = states.empty() ? 0 : states.back().timestamp;
+    ::android::Mutex::Autolock lock(eventMutex);
+    RemoveFirst(pid, activity, eventType);
+    firstReport.push_back({pid, activity, eventType, timestamp});
+    ++sEventListsGeneration;
+}
+
+Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, uint32_t eventType,
+                                                             int64_t reportLatencyNs,
+                                                             const V1_0::OtherParams& params) {
+    ALOGI("enableActivityEventExtend activity[%d], event[%d] report_latency[%ld]ns", activity,
+          eventType, reportLatencyNs);
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    if (ValidActivityEventExtend(eventType, callingPid, params) != 0) return 1;
+    const uint64_t pid = PidKey(callingPid);
+    int64_t latency = RoundNumbers(reportLatencyNs);
+    const uint32_t noWake = IsNoWake(params) ? 1 : 0;
+    if (noWake) latency = kNoWakeLatencyNs;
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        mEventData.push_back({pid, activity, eventType, latency, ToLegacyParams(params)});
+        ++sEventListsGeneration;
+    }
+    bool enabled;
+    // A pair first switched on for pid 0 counts as not on: each request adds another entry.
+    if (FindEnableToNativeData(activity, eventType, mEnableToNativeData).pid != 0) {
+        int64_t merged;
+        {
+            ::android::Mutex::Autolock lock(eventMutex);
+            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+        }
+        enabled = EnableActivityEvent(activity, eventType, merged, params) == 0;
+        if (enabled) HandleFirstReport(pid, activity, eventType);
+    } else {
+        enabled = UpdateEnableNativeExend({pid, activity, eventType, latency, noWake}, params);
+    }
+    if (activity == 64 && !g_zelEnableData.empty() && g_zelRunCommandInt != nullptr) {
+        const int32_t code =
+                g_zelRunCommandInt(kZelClient, "modem-update", TruncateToInt32(params.params[0]),
+                                   TruncateToInt32(params.params[1]));
+        ALOGI("%s: [ZEL]m-update retCode(%d)\n", "enableActivityEventExtend", code);
+    }
+    if (!enabled) {
+        ::android::Mutex::Autolock lock(eventMutex);
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        ++sEventListsGeneration;
+    }
+    ALOGI("enableActivityEventExtend end, pid[%d]", callingPid);
+    return enabled ? 0 : 1;
+}
+
+// The extended request below. The over-long text is refused with the same message as a missing
+// table, at info level.
+int32_t ActivityInterface::EnableActivityEvent(uint32_t activity, uint32_t eventType,
+                                               int64_t reportLatencyNs,
+                                               const V1_0::OtherParams& params) {
+    if (mImpl == nullptr || params.extra.size() > kMaxExtraLength) {
+        ALOGI("%s: mImpl interface is not available", "EnableActivityEvent");
+        return 1;
+    }
+    other_params legacy = ToLegacyParams(params);
+    if (!IsZelActivity(activity)) {
+        return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &legacy);
+    }
+    if (g_zelRunCommand == nullptr) return 0;
+    return SendZelEnable("EnableActivityEvent", activity, eventType, reportLatencyNs,
+                         IsNoWake(params) ? 1 : 0);
+}
+
+bool ActivityInterface::UpdateEnableNativeExend(const EnableToNativeData& record,
+                                                const V1_0::OtherParams& params) {
+    if (EnableActivityEvent(record.activity, record.eventType, record.reportLatencyNs, params) != 0) {
+        return false;
+    }
+    mEnableToNativeData.push_back(record);
+    return true;
+}
+
+Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint32_t eventType) {
+    ALOGI("disableActivityEvent acivity[%d] event[%d]", activity, eventType);
+    if (!ValidEventType(eventType)) return 1;
+    int callingPid = 0;
+    CallingPid(&callingPid);
+    const uint64_t pid = PidKey(callingPid);
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        if (mEventData.empty() ||
+            FindEnableRequestDataIndex(pid, activity, eventType, mEventData) < 0) {
+            return 1;
+        }
+        RemoveActivityEvent(pid, activity, eventType, mEventData);
+        RemoveFirst(pid, activity, eventType);
+        ++sEventListsGeneration;
+    }
+    // Unlocked, unlike the intake that writes it.
+    RemoveLastActivityEvent(pid, activity, eventType, mLastActivityEvent);
+    return DisableOtherActivityEvent(activity, eventType) != 0 ? 1 : 0;
+}
+
+// What stays below once a request of the pair is gone: the merged latency of the remaining
+// requests (extended ones with the last no-wake parameters), or the pair switched off.
+int32_t ActivityInterface::DisableOtherActivityEvent(uint32_t activity, uint32_t eventType) {
+    bool remains = false;
+    bool noPlain = true;  // cleared by a plain request of the pair
+    other_params kept;    // parameters of the last no-wake request, else zero
+    memset(&kept, 0, sizeof(kept));
+    int64_t merged = 0;
+    {
+        ::android::Mutex::Autolock lock(eventMutex);
+        for (size_t i = 0; i < mEventData.size(); ++i) {
+            if (ValidEventActivity(i, activity, eventType, noPlain, kept)) remains = true;
+        }
+        if (remains) merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
+    }
+    if (remains) {
+        if (mEnableToNativeData.empty()) return -1;
+        if (!noPlain) {
+            if (!IsZelActivity(activity)) {
+                return mImpl->enable_activity_event(activity, eventType, merged);
+            }
+            return g_zelRunCommand == nullptr ? 0 : ZelEnableEvent(activity, eventType, merged);
+        }
+        if (mImpl == nullptr) return 1;
+        return ZelEnableEventExtend(activity, eventType, merged, kept);
+    }
+    RemoveEnableToNativeData(activity, eventType, mEnableToNativeData);
+    if (!IsZelActivity(activity)) {
+        return mImpl == nullptr ? 0 : mImpl->disable_activity_event(activity, eventType);
+    }
+    if (g_zelRunCommand == nullptr) return 0;
+    RemoveZelEnableData(activity, eventType);
+    const int32_t code =
+            RunZelCommand("ar-off", std::to_string(activity) + "," + std::to_string(eventType));
+    ALOGI("%s: [ZEL]ar-off retCode(%d)\n", "DisableOtherActivityEvent", code);
+    return code;
+}
+
+Return<int32_t> ActivityInterface::flush() {
+    if (mImpl == nullptr) {
+        ALOGE("%s: mImpl interface is not available", "flush");
+        return 1;
+    }
+    return mImpl->flush() != 0 ? 1 : 0;
+}
 
 // Activities named by the client library's configuration go to it; all others to the legacy
 // module.
@@ -977,7 +1188,8 @@ EnableToNativeData ActivityInterface::FindEnableToNativeData(
     return none;
 }
 
-// -1 for an empty list, but 0 (the first entry) for a pair missing from a non-empty one.
+// Deliberate: -1 for an empty list, but 0 (the first entry) for a pair missing from a non-empty
+// one. Guarded by ActivityEnableTest.ListHelpers.
 int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t eventType,
                                                    const std::vector<EnableToNativeData>& list) {
     if (list.empty()) return -1;
@@ -989,7 +1201,7 @@ int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t e
     return 0;
 }
 
-// True when the pair is NOT in the list.
+// Deliberate: true when the pair is NOT in the list. Guarded by ActivityEnableTest.ListHelpers.
 bool ActivityInterface::FindEnableToNativeDataExist(uint32_t activity, uint32_t eventType,
                                                     const std::vector<EnableToNativeData>& list) {
     for (const EnableToNativeData& entry : list) {
@@ -998,14 +1210,16 @@ bool ActivityInterface::FindEnableToNativeDataExist(uint32_t activity, uint32_t 
     return true;
 }
 
-// Erases the pair's entry, or the first entry when the pair is missing.
+// Deliberate: erases the pair's entry, or the first entry when the pair is missing. Guarded by
+// ActivityEnableTest.ListHelpers.
 void ActivityInterface::RemoveEnableToNativeData(uint32_t activity, uint32_t eventType,
                                                  std::vector<EnableToNativeData>& list) {
     const int index = FindEnableToNativeDataIndex(activity, eventType, list);
     if (index >= 0) list.erase(list.begin() + index);
 }
 
-// The client library's list of pairs, sent whole with every "ar-on".
+// ---------------------------------------------------------------------------------------------
+// Client-library commands: the list of pairs on in the library, sent whole with every "ar-on".
 
 int ActivityInterface::FindZelEnableDataIndex(uint32_t activity, uint32_t eventType) {
     for (size_t i = 0; i < g_zelEnableData.size(); ++i) {
@@ -1054,21 +1268,26 @@ std::string ActivityInterface::BuildZelEnableStr() {
     return text;
 }
 
-// Sends the whole list with "ar-on"; the caller logs the return code.
-int32_t ActivityInterface::SendZelEnableStr(const char* caller, uint32_t activity,
-                                            uint32_t eventType) {
+// Upserts the pair, sends the whole list with "ar-on" and logs the parameter and the code.
+int32_t ActivityInterface::SendZelEnable(const char* caller, uint32_t activity, uint32_t eventType,
+                                         int64_t reportLatencyNs, uint32_t noWake,
+                                         bool commaBeforeCode) {
+    UpsertZelEnableData(activity, eventType, reportLatencyNs, noWake);
     const std::string param = BuildZelEnableStr();
     ALOGI("%s: [ZEL]enable activityHandle:%d, eventType:%d, cmdParam:%s\n", caller, activity,
           eventType, param.c_str());
-    return RunZelCommand("ar-on", param);
+    const int32_t code = RunZelCommand("ar-on", param);
+    if (commaBeforeCode) {
+        ALOGI("%s: [ZEL]ar-on, retCode(%d)", caller, code);
+    } else {
+        ALOGI("%s: [ZEL]ar-on retCode(%d)\n", caller, code);
+    }
+    return code;
 }
 
 int32_t ActivityInterface::ZelEnableEvent(uint32_t activity, uint32_t eventType,
                                           int64_t reportLatencyNs) {
-    UpsertZelEnableData(activity, eventType, reportLatencyNs, 0);
-    const int32_t code = SendZelEnableStr("ZelEnableEvent", activity, eventType);
-    ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "ZelEnableEvent", code);
-    return code;
+    return SendZelEnable("ZelEnableEvent", activity, eventType, reportLatencyNs, 0);
 }
 
 int32_t ActivityInterface::ZelEnableEventExtend(uint32_t activity, uint32_t eventType,
@@ -1077,252 +1296,29 @@ int32_t ActivityInterface::ZelEnableEventExtend(uint32_t activity, uint32_t even
         return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &params);
     }
     if (g_zelRunCommand == nullptr) return 0;
-    UpsertZelEnableData(activity, eventType, reportLatencyNs,
-                        IsNoWakePattern(params.params) ? 1 : 0);
-    const int32_t code = SendZelEnableStr("ZelEnableEventExtend", activity, eventType);
-    ALOGI("%s: [ZEL]ar-on, retCode(%d)", "ZelEnableEventExtend", code);
-    return code;
+    // Deliberate: this re-send logs its code with a comma and no line end. Guarded by
+    // ActivityEnableTest.RoutedPairsAndTheirCommands.
+    return SendZelEnable("ZelEnableEventExtend", activity, eventType, reportLatencyNs,
+                         IsNoWakePattern(params.params) ? 1 : 0, true);
 }
 
-// Switches a pair on below for the first time and records it.
-bool ActivityInterface::UpdateEnableNative(const EnableToNativeData& record) {
-    if (mImpl == nullptr) {
-        ALOGE("%s: mImpl interface is not available", "UpdateEnableNative");
-        return false;
-    }
-    if (IsZelActivity(record.activity)) {
-        if (g_zelRunCommand != nullptr) {
-            UpsertZelEnableData(record.activity, record.eventType, record.reportLatencyNs, 0);
-            const int32_t code =
-                    SendZelEnableStr("UpdateEnableNative", record.activity, record.eventType);
-            ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "UpdateEnableNative", code);
-            if (code != 0) return false;
-        }
-    } else if (mImpl->enable_activity_event(record.activity, record.eventType,
-                                            record.reportLatencyNs) != 0) {
-        return false;
-    }
-    mEnableToNativeData.push_back(record);
-    return true;
+int32_t ActivityInterface::RunZelCommand(const char* command, const std::string& param) {
+    std::vector<uint8_t> output;
+    return g_zelRunCommand(kZelClient, command, param.c_str(), static_cast<int32_t>(param.size()),
+                           output);
 }
 
-// The extended request below. The over-long text is refused with the same message as a missing
-// table, at info level.
-int32_t ActivityInterface::EnableActivityEvent(uint32_t activity, uint32_t eventType,
-                                               int64_t reportLatencyNs,
-                                               const V1_0::OtherParams& params) {
-    if (mImpl == nullptr || params.extra.size() > kMaxExtraLength) {
-        ALOGI("%s: mImpl interface is not available", "EnableActivityEvent");
-        return 1;
-    }
-    other_params legacy = ToLegacyParams(params);
-    if (!IsZelActivity(activity)) {
-        return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &legacy);
-    }
-    if (g_zelRunCommand == nullptr) return 0;
-    UpsertZelEnableData(activity, eventType, reportLatencyNs, IsNoWake(params) ? 1 : 0);
-    const int32_t code = SendZelEnableStr("EnableActivityEvent", activity, eventType);
-    ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "EnableActivityEvent", code);
-    return code;
+// The records of the client library's "ar_status" item, 88 bytes each.
+std::vector<ar_context_event> ActivityInterface::ZelStateRecords() {
+    std::vector<int32_t> data;
+    g_zelGetData("ar_status", 0, data);
+    std::vector<ar_context_event> records(data.size() * sizeof(int32_t) / kZelStateRecordBytes);
+    if (!records.empty())
+        memcpy(records.data(), data.data(), records.size() * kZelStateRecordBytes);
+    return records;
 }
 
-bool ActivityInterface::UpdateEnableNativeExend(const EnableToNativeData& record,
-                                                const V1_0::OtherParams& params) {
-    if (EnableActivityEvent(record.activity, record.eventType, record.reportLatencyNs, params) != 0) {
-        return false;
-    }
-    mEnableToNativeData.push_back(record);
-    return true;
-}
-
-// A request joined a pair that was already on: the newest state below becomes its first-report
-// limit (0 when only the client library answered).
-void ActivityInterface::HandleFirstReport(uint64_t pid, uint32_t activity, uint32_t eventType) {
-    ar_context_event* events = nullptr;
-    const int n = mImpl->get_current_activity(&events);
-    size_t zelRecords = 0;
-    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) zelRecords = ZelStateRecords().size();
-    if (n == 0 && zelRecords == 0) return;
-    std::vector<OxActivityRecognitionExtEvent> states;
-    for (int i = 0; events != nullptr && i < n; ++i) {
-        OxActivityRecognitionExtEvent state;
-        state.activity = events[i].activity;
-        state.eventType = events[i].event_type;
-        state.timestamp = events[i].timestamp;
-        state.params = events[i].params;
-        state.confidence = events[i].confidence;
-        state.firstReportFlag = 1;
-        states.push_back(state);
-    }
-    const int64_t timestamp = states.empty() ? 0 : states.back().timestamp;
-    ::android::Mutex::Autolock lock(eventMutex);
-    RemoveFirst(pid, activity, eventType);
-    firstReport.push_back({pid, activity, eventType, timestamp});
-}
-
-Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32_t eventType,
-                                                       int64_t reportLatencyNs) {
-    ALOGI("enableActivityEvent activity[%d], event[%d] reportLatency[%ld]ns", activity, eventType,
-          reportLatencyNs);
-    if (!ValidEventType(eventType)) return 1;
-    const int64_t latency = RoundNumbers(reportLatencyNs);
-    int callingPid = 0;
-    CallingPid(&callingPid);
-    const uint64_t pid = PidKey(callingPid);
-    {
-        ::android::Mutex::Autolock lock(eventMutex);
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-        EnableRequestData request;
-        memset(&request, 0, sizeof(request));
-        request.pid = pid;
-        request.activity = activity;
-        request.eventType = eventType;
-        request.reportLatencyNs = latency;
-        mEventData.push_back(request);
-    }
-    bool enabled = false;
-    if (FindEnableToNativeDataExist(activity, eventType, mEnableToNativeData)) {
-        enabled = UpdateEnableNative({pid, activity, eventType, latency, 0});
-    } else {
-        int64_t merged;
-        {
-            ::android::Mutex::Autolock lock(eventMutex);
-            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
-        }
-        int32_t status = 1;
-        if (mImpl == nullptr) {
-            ALOGE("%s: mImpl interface is not available", "enableActivityEvent");
-        } else if (IsZelActivity(activity)) {
-            status = 0;
-            if (g_zelRunCommand != nullptr) {
-                UpsertZelEnableData(activity, eventType, merged, 0);
-                status = SendZelEnableStr("enableActivityEvent", activity, eventType);
-                ALOGI("%s: [ZEL]ar-on retCode(%d)\n", "enableActivityEvent", status);
-            }
-        } else {
-            status = mImpl->enable_activity_event(activity, eventType, merged);
-        }
-        if (status == 0) HandleFirstReport(pid, activity, eventType);
-        enabled = status == 0;
-    }
-    if (!enabled) {
-        ::android::Mutex::Autolock lock(eventMutex);
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-    }
-    ALOGI("enableActivityEvent end, pid[%d]", callingPid);
-    return enabled ? 0 : 1;
-}
-
-Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, uint32_t eventType,
-                                                             int64_t reportLatencyNs,
-                                                             const V1_0::OtherParams& params) {
-    ALOGI("enableActivityEventExtend activity[%d], event[%d] report_latency[%ld]ns", activity,
-          eventType, reportLatencyNs);
-    int callingPid = 0;
-    CallingPid(&callingPid);
-    if (ValidActivityEventExtend(eventType, callingPid, params) != 0) return 1;
-    const uint64_t pid = PidKey(callingPid);
-    int64_t latency = RoundNumbers(reportLatencyNs);
-    const uint32_t noWake = IsNoWake(params) ? 1 : 0;
-    if (noWake) latency = kNoWakeLatencyNs;
-    {
-        ::android::Mutex::Autolock lock(eventMutex);
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-        mEventData.push_back({pid, activity, eventType, latency, ToLegacyParams(params)});
-    }
-    bool enabled;
-    // A pair first switched on for pid 0 counts as not on: each request adds another entry.
-    if (FindEnableToNativeData(activity, eventType, mEnableToNativeData).pid != 0) {
-        int64_t merged;
-        {
-            ::android::Mutex::Autolock lock(eventMutex);
-            merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
-        }
-        enabled = EnableActivityEvent(activity, eventType, merged, params) == 0;
-        if (enabled) HandleFirstReport(pid, activity, eventType);
-    } else {
-        enabled = UpdateEnableNativeExend({pid, activity, eventType, latency, noWake}, params);
-    }
-    if (activity == 64 && !g_zelEnableData.empty() && g_zelRunCommandInt != nullptr) {
-        const int32_t code =
-                g_zelRunCommandInt(kZelClient, "modem-update", TruncateToInt32(params.params[0]),
-                                   TruncateToInt32(params.params[1]));
-        ALOGI("%s: [ZEL]m-update retCode(%d)\n", "enableActivityEventExtend", code);
-    }
-    if (!enabled) {
-        ::android::Mutex::Autolock lock(eventMutex);
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-    }
-    ALOGI("enableActivityEventExtend end, pid[%d]", callingPid);
-    return enabled ? 0 : 1;
-}
-
-Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint32_t eventType) {
-    ALOGI("disableActivityEvent acivity[%d] event[%d]", activity, eventType);
-    if (!ValidEventType(eventType)) return 1;
-    int callingPid = 0;
-    CallingPid(&callingPid);
-    const uint64_t pid = PidKey(callingPid);
-    {
-        ::android::Mutex::Autolock lock(eventMutex);
-        if (mEventData.empty() ||
-            FindEnableRequestDataIndex(pid, activity, eventType, mEventData) < 0) {
-            return 1;
-        }
-        RemoveActivityEvent(pid, activity, eventType, mEventData);
-        RemoveFirst(pid, activity, eventType);
-    }
-    // Unlocked, unlike the intake that writes it.
-    RemoveLastActivityEvent(pid, activity, eventType, mLastActivityEvent);
-    return DisableOtherActivityEvent(activity, eventType) != 0 ? 1 : 0;
-}
-
-// What stays below once a request of the pair is gone: the merged latency of the remaining
-// requests (extended ones with the last no-wake parameters), or the pair switched off.
-int32_t ActivityInterface::DisableOtherActivityEvent(uint32_t activity, uint32_t eventType) {
-    bool remains = false;
-    bool noPlain = true;  // cleared by a plain request of the pair
-    other_params kept;    // parameters of the last no-wake request, else zero
-    memset(&kept, 0, sizeof(kept));
-    int64_t merged = 0;
-    {
-        ::android::Mutex::Autolock lock(eventMutex);
-        for (size_t i = 0; i < mEventData.size(); ++i) {
-            if (ValidEventActivity(i, activity, eventType, noPlain, kept)) remains = true;
-        }
-        if (remains) merged = MinReportLatencyNsFunc(activity, eventType, mEventData);
-    }
-    if (remains) {
-        if (mEnableToNativeData.empty()) return -1;
-        if (!noPlain) {
-            if (!IsZelActivity(activity)) {
-                return mImpl->enable_activity_event(activity, eventType, merged);
-            }
-            return g_zelRunCommand == nullptr ? 0 : ZelEnableEvent(activity, eventType, merged);
-        }
-        if (mImpl == nullptr) return 1;
-        return ZelEnableEventExtend(activity, eventType, merged, kept);
-    }
-    RemoveEnableToNativeData(activity, eventType, mEnableToNativeData);
-    if (!IsZelActivity(activity)) {
-        return mImpl == nullptr ? 0 : mImpl->disable_activity_event(activity, eventType);
-    }
-    if (g_zelRunCommand == nullptr) return 0;
-    RemoveZelEnableData(activity, eventType);
-    const int32_t code =
-            RunZelCommand("ar-off", std::to_string(activity) + "," + std::to_string(eventType));
-    ALOGI("%s: [ZEL]ar-off retCode(%d)\n", "DisableOtherActivityEvent", code);
-    return code;
-}
-
-Return<int32_t> ActivityInterface::flush() {
-    if (mImpl == nullptr) {
-        ALOGE("%s: mImpl interface is not available", "flush");
-        return 1;
-    }
-    return mImpl->flush() != 0 ? 1 : 0;
-}
-
+// ---------------------------------------------------------------------------------------------
 // Queries.
 
 Return<void> ActivityInterface::getSupportedActivitiesList(getSupportedActivitiesList_cb _hidl_cb) {
@@ -1352,16 +1348,106 @@ Return<void> ActivityInterface::getSupportedActivitiesList(getSupportedActivitie
     return Void();
 }
 
+// The current state from both sources: the client library's records first (only when pairs are
+// on in it), then the legacy module's records for the activities it did not report.
+std::vector<ar_context_event> ActivityInterface::CurrentStates(const char* caller, bool v1_1) {
+    std::vector<ar_context_event> answer;
+    std::set<int32_t> fromZel;
+    if (!g_zelEnableData.empty() && g_zelGetData != nullptr) {
+        answer = ZelStateRecords();
+        for (size_t i = 0; i < answer.size(); ++i) {
+            const ar_context_event& record = answer[i];
+            ALOGI("%s: [ZEL]AR_GET_STATE_REPORT_EVENT: [%d] a: %d, e: %d, t: %ld, c: %d\n", caller,
+                  static_cast<int>(i), record.activity, record.event_type, record.timestamp,
+                  record.confidence);
+            fromZel.insert(static_cast<int32_t>(record.activity));
+        }
+    }
+    if (mImpl == nullptr) {
+        if (v1_1) {
+            ALOGE("%s: mImpl V1_1 interface is not available", caller);
+        } else {
+            ALOGE("%s: mImpl V1_0 interface is not available", caller);
+        }
+        return answer;
+    }
+    ar_context_event* events = nullptr;
+    const int n = mImpl->get_current_activity(&events);
+    if (n < 1 || n > 5 || events == nullptr) {
+        if (v1_1) {
+            ALOGE("%s: mImpl V1_1 getCurrentActivity error size(%d)", caller, n);
+        } else {
+            ALOGE("%s: mImpl V1_0 getCurrentActivity error size(%d)", caller, n);
+        }
+        return answer;
+    }
+    for (int i = 0; i < n; ++i) {
+        if (fromZel.count(static_cast<int32_t>(events[i].activity)) == 0)
+            answer.push_back(events[i]);
+    }
+    return answer;
+}
+
 Return<void> ActivityInterface::getCurrentActivity(getCurrentActivity_cb _hidl_cb) {
-    _hidl_cb(CurrentActivities(mImpl, "getCurrentActivity", "V1_0", convertACEToAEEV1_0));
+    const std::vector<ar_context_event> states = CurrentStates("getCurrentActivity", false);
+    std::vector<V1_0::ActivityEventExtend> answer;
+    answer.reserve(states.size());
+    for (const ar_context_event& state : states) answer.push_back(convertACEToAEEV1_0(state));
+    _hidl_cb(answer);
     return Void();
 }
 
 Return<void> ActivityInterface::getCurrentActivityV1_1(getCurrentActivityV1_1_cb _hidl_cb) {
-    _hidl_cb(CurrentActivities(mImpl, "getCurrentActivityV1_1", "V1_1", convertACEToAEEV1_1));
+    const std::vector<ar_context_event> states = CurrentStates("getCurrentActivityV1_1", true);
+    std::vector<V1_1::ActivityEventExtendV1_1> answer;
+    answer.reserve(states.size());
+    for (const ar_context_event& state : states) answer.push_back(convertACEToAEEV1_1(state));
+    _hidl_cb(answer);
     return Void();
 }
 
+// ---------------------------------------------------------------------------------------------
+// Conversions of legacy records to HIDL records, used by the environment side too.
+
+V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
+    V1_0::ActivityEvent out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    return out;
+}
+
+V1_1::ActivityEventV1_1 ActivityInterface::convertAEToAEV1_1(activity_event event) {
+    V1_1::ActivityEventV1_1 out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    out.confidence = event.confidence;
+    return out;
+}
+
+V1_0::ActivityEventExtend ActivityInterface::convertACEToAEEV1_0(ar_context_event event) {
+    V1_0::ActivityEventExtend out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    out.status = event.status;
+    out.otherParams = ConvertOtherParams(event.params);
+    return out;
+}
+
+V1_1::ActivityEventExtendV1_1 ActivityInterface::convertACEToAEEV1_1(ar_context_event event) {
+    V1_1::ActivityEventExtendV1_1 out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    out.confidence = event.confidence;
+    out.status = event.status;
+    out.otherParams = ConvertOtherParams(event.params);
+    return out;
+}
+
+// ---------------------------------------------------------------------------------------------
 // State dump (ActivityRecognition::debug). Read only: it writes no log line, calls neither the
 // legacy module nor the client library, and changes nothing. The client maps and packageNames are
 // read under mListMutex and the request lists under eventMutex inside it, the order the fan-out

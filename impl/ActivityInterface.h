@@ -135,16 +135,16 @@ struct ActivityInterface : public V1_1::IActivityInterface {
         sp<ActivityInterface> mOwner;
     };
 
+    // Life cycle: binds the client library, when the property asks for it.
+    static void BindZelClient();
+
     void HandleHidlDeath(uint64_t cookie, const wp<IBase>& who);
 
     // Intake of the legacy module's batches and the fan-out to the clients.
     static void ActChangedCb(const activity_event* events, int count);
     static void ActExtendChangedCb(const ar_context_event* events, int count);
-    static void PackageNamePush(const activity_event* events, int count, int pid,
-                                std::vector<EventResponseData>& batch);
-    static void OneDataPush(int activity, activity_event event, int pid, EnableRequestData request,
-                            std::vector<EventResponseData>& batch);
-    static void ActivitiesReport(const std::vector<EventResponseData>& batch);
+    static size_t PackageNamePush(const activity_event* events, int count, int pid);
+    static void ActivitiesReport();
     static void ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>& events);
     static void ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityEventExtend>& events);
     static int64_t GetLastTime(uint64_t pid, uint32_t activity, uint32_t eventType);
@@ -198,10 +198,17 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     static void UpsertZelEnableData(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs,
                                     uint32_t noWake);
     static std::string BuildZelEnableStr();
-    static int32_t SendZelEnableStr(const char* caller, uint32_t activity, uint32_t eventType);
+    static int32_t SendZelEnable(const char* caller, uint32_t activity, uint32_t eventType,
+                                 int64_t reportLatencyNs, uint32_t noWake,
+                                 bool commaBeforeCode = false);
+    static int32_t RunZelCommand(const char* command, const std::string& param);
+    static std::vector<ar_context_event> ZelStateRecords();
     static int32_t ZelEnableEvent(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs);
     int32_t ZelEnableEventExtend(uint32_t activity, uint32_t eventType, int64_t reportLatencyNs,
                                  other_params params);
+
+    // Queries: the current state of both sources, logged with the version's texts.
+    std::vector<ar_context_event> CurrentStates(const char* caller, bool v1_1);
 
     static bool sInterfaceExists;
     static const activity_callbacks sActCb;
@@ -215,6 +222,9 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     static std::vector<EnableRequestData> mEventData;
     static std::vector<FirstReport> firstReport;
     static std::vector<uint64_t> packageNames;
+    // Moved under eventMutex by every change of mEventData and firstReport; the intake's lookups
+    // are rebuilt when it has moved.
+    static uint64_t sEventListsGeneration;
 
     sp<RemoteListenerHidlDeathRecipient> mDeathRecipient;
     const activity_interface* mImpl;

@@ -128,16 +128,16 @@ void EnvironmentInterface::RegisterClient(KeyedVector<sp<Callback>, uint64_t>& c
     Mutex::Autolock lock(mListMutex);
     for (size_t i = 0; i < clients.size(); ++i) {
         if (clients.keyAt(i) == callback || clients.valueAt(i) == pid) {
-            ALOGI(texts.alreadyRegistered, pid);
+            texts.alreadyRegistered(pid);
             return;
         }
     }
     Return<bool> linked = callback->linkToDeath(mDeathRecipient, pid);
     if (!linked.isOk()) {
-        ALOGE(texts.linkTransactionError, linked.description().c_str());
+        texts.linkTransactionError(linked.description().c_str());
     } else if (linked) {
         clients.add(callback, pid);
-        ALOGD(texts.linked, pid, static_cast<int>(clients.size()));
+        texts.linked(pid, static_cast<int>(clients.size()));
     } else {
         ALOGW("%s", texts.linkRefused);
     }
@@ -148,10 +148,15 @@ Return<void> EnvironmentInterface::registerEnvironmentCallback(
     static const RegistrationTexts kTexts = {
             "registerEnvironmentCallback new mDeathRecipient failed",
             "IPCThreadState::self() V1_0 returns nullptr",
-            "It's already register pid[%lu] callback, V1_0",
-            "Transaction error in linking to EnvironmentInterfaceV1_0 death: %s",
-            "Pid[%lu] link to EnvironmentInterfaceV1_0 death notification successful, "
-            "total cb[%d]",
+            [](uint64_t pid) { ALOGI("It's already register pid[%lu] callback, V1_0", pid); },
+            [](const char* description) {
+                ALOGE("Transaction error in linking to EnvironmentInterfaceV1_0 death: %s",
+                      description);
+            },
+            [](uint64_t pid, int total) {
+                ALOGD("Pid[%lu] link to EnvironmentInterfaceV1_0 death notification successful, total cb[%d]",
+                      pid, total);
+            },
             "Unable to link to EnvironmentInterfaceV1_0 death notifications",
     };
     RegisterClient(mClientVectorV1_0, callback, kTexts);
@@ -163,10 +168,15 @@ Return<void> EnvironmentInterface::registerEnvironmentCallbackV1_1(
     static const RegistrationTexts kTexts = {
             "registerEnvironmentCallbackV1_1 Death new failed",
             "IPCThreadState::self() V1_1 returns nullptr",
-            "It's already register pid[%lu] callback, V1_1",
-            "Transaction error in linking to EnvironmentInterfaceV1_1 death: %s",
-            "Pid[%lu] link to EnvironmentInterfaceV1_1 death notification successful, "
-            "total cb[%d]",
+            [](uint64_t pid) { ALOGI("It's already register pid[%lu] callback, V1_1", pid); },
+            [](const char* description) {
+                ALOGE("Transaction error in linking to EnvironmentInterfaceV1_1 death: %s",
+                      description);
+            },
+            [](uint64_t pid, int total) {
+                ALOGD("Pid[%lu] link to EnvironmentInterfaceV1_1 death notification successful, total cb[%d]",
+                      pid, total);
+            },
             "Unable to link to EnvironmentInterfaceV1_1 death notifications",
     };
     RegisterClient(mClientVectorV1_1, callback, kTexts);

@@ -81,12 +81,14 @@ struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
     };
 
     // The log texts that tell the two registration paths apart.
+    // What each version logs on registration; the lines with arguments are logged by functions of
+    // their own, so that each format is a literal checked against its arguments.
     struct RegistrationTexts {
         const char* recipientFailed;
         const char* noThreadState;
-        const char* alreadyRegistered;
-        const char* linkTransactionError;
-        const char* linked;
+        void (*alreadyRegistered)(uint64_t pid);
+        void (*linkTransactionError)(const char* description);
+        void (*linked)(uint64_t pid, int total);
         const char* linkRefused;
     };
 

@@ -11,8 +11,17 @@
 namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation {
 
 // The client library's notification function, called in place (the fan-out benchmark measures it
-// without the simulated library's thread per call).
+// without the simulated library's thread per call), and the activity lists as they stand.
 struct ActivityInterfaceTestPeer {
+    using AI = ActivityInterface;
+    // Read-only views of the lists, for comparing final states; single-threaded use only.
+    static const std::vector<EnableRequestData>& requests() { return AI::mEventData; }
+    static const std::vector<FirstReport>& firstReports() { return AI::firstReport; }
+    static const std::vector<EventResponseData>& lastEvents() { return AI::mLastActivityEvent; }
+    static const std::vector<uint64_t>& packageNames() { return AI::packageNames; }
+    static const std::vector<EnableToNativeData>& native(const sp<V1_1::IActivityInterface>& iface) {
+        return static_cast<AI*>(iface.get())->mEnableToNativeData;
+    }
     static void zelNotify(int32_t status, int32_t length, const std::vector<int32_t>& data) {
         ActivityInterface::ZelNotify(status, length, data);
     }
