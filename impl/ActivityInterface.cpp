@@ -591,8 +591,8 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
 void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
     ALOGI("ActChangedCb start count[%d]", count);
     if (events == nullptr || count < 1 || count > kMaxBatch) {
-        // Deliberate: the line number is part of the text. Guarded by
-        // ActivityEventsTest.BatchesOutside1To192AreRefusedWhole.
+        // Deliberate: the line number is part of the text. Guarded by the test scenario
+        // tests/scenarios/activity-intake.scenario.
         ALOGE("(%s:%d) Invalid actChangedCb. Count: %d", "ActChangedCb", 413, count);
         return;
     }
@@ -621,7 +621,7 @@ size_t ActivityInterface::PackageNamePush(const activity_event* events, int coun
         PairSlot* slot = g_intake.Find(PairKey(event.activity, event.event_type));
         if (slot == nullptr) continue;
         // Deliberate: the limit is the one filed under the pid that delivers the batch, not under
-        // the request's pid. Guarded by ActivityEventsTest.Matching.
+        // the request's pid. Guarded by ActivityEnableTest.LegacyPairsAreMerged.
         if (event.timestamp < g_intake.Limit(*slot, PidKey(pid))) continue;
         // The request's activity is the event's.
         V1_1::ActivityEventV1_1 entry;
@@ -714,8 +714,8 @@ void ActivityInterface::ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>&
 // Extended events are not matched against the requests: every client gets the whole batch.
 void ActivityInterface::ActExtendChangedCb(const ar_context_event* events, int count) {
     if (events == nullptr || count < 1 || count > kMaxBatch) {
-        // Deliberate: the line number is part of the text. Guarded by
-        // ActivityEventsTest.BatchesOutside1To192AreRefusedWhole.
+        // Deliberate: the line number is part of the text. Guarded by the test scenario
+        // tests/scenarios/activity-intake.scenario.
         ALOGE("(%s:%d) Invalid actExtendChangedCb. Count: %d", "ActExtendChangedCb", 180, count);
         return;
     }
@@ -1189,7 +1189,7 @@ EnableToNativeData ActivityInterface::FindEnableToNativeData(
 }
 
 // Deliberate: -1 for an empty list, but 0 (the first entry) for a pair missing from a non-empty
-// one. Guarded by ActivityEnableTest.ListHelpers.
+// one. Guarded by ActivityBindingTest.RecreatedInterfaceKeepsTheRequests.
 int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t eventType,
                                                    const std::vector<EnableToNativeData>& list) {
     if (list.empty()) return -1;
@@ -1201,7 +1201,8 @@ int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t e
     return 0;
 }
 
-// Deliberate: true when the pair is NOT in the list. Guarded by ActivityEnableTest.ListHelpers.
+// Deliberate: true when the pair is NOT in the list. Guarded by
+// ActivityEnableTest.LegacyPairsAreMerged.
 bool ActivityInterface::FindEnableToNativeDataExist(uint32_t activity, uint32_t eventType,
                                                     const std::vector<EnableToNativeData>& list) {
     for (const EnableToNativeData& entry : list) {
@@ -1211,7 +1212,7 @@ bool ActivityInterface::FindEnableToNativeDataExist(uint32_t activity, uint32_t 
 }
 
 // Deliberate: erases the pair's entry, or the first entry when the pair is missing. Guarded by
-// ActivityEnableTest.ListHelpers.
+// ActivityBindingTest.RecreatedInterfaceKeepsTheRequests.
 void ActivityInterface::RemoveEnableToNativeData(uint32_t activity, uint32_t eventType,
                                                  std::vector<EnableToNativeData>& list) {
     const int index = FindEnableToNativeDataIndex(activity, eventType, list);
