@@ -1467,7 +1467,7 @@ std::string QuotedExtra(const other_params& params) {
         if (c >= 0x20 && c < 0x7f && c != '"' && c != '\\') {
             text += static_cast<char>(c);
         } else {
-            AppendFormat(&text, "\\x%02x", c);
+            StringAppendF(&text, "\\x%02x", c);
         }
     }
     return text + "\"";
@@ -1479,63 +1479,63 @@ bool HasParams(const other_params& params) {
 }
 
 void AppendParams(std::string* out, const other_params& params) {
-    AppendFormat(out, " params[%g,%g,%g,%g] extra[%s]", params.params[0], params.params[1],
-                 params.params[2], params.params[3], QuotedExtra(params).c_str());
+    StringAppendF(out, " params[%g,%g,%g,%g] extra[%s]", params.params[0], params.params[1],
+                  params.params[2], params.params[3], QuotedExtra(params).c_str());
 }
 
 void AppendPairs(std::string* out, const char* name, const std::vector<EnableToNativeData>& list) {
-    AppendFormat(out, "%s (%zu):\n", name, list.size());
+    StringAppendF(out, "%s (%zu):\n", name, list.size());
     for (const EnableToNativeData& entry : list) {
-        AppendFormat(out, "  pid[%lu] activity[%d] event[%d] latency[%ld]ns noWake[%d]\n",
-                     static_cast<uint64_t>(entry.pid), entry.activity, entry.eventType,
-                     static_cast<int64_t>(entry.reportLatencyNs), entry.noWake);
+        StringAppendF(out, "  pid[%lu] activity[%d] event[%d] latency[%ld]ns noWake[%d]\n",
+                      static_cast<uint64_t>(entry.pid), entry.activity, entry.eventType,
+                      static_cast<int64_t>(entry.reportLatencyNs), entry.noWake);
     }
 }
 
 void AppendZelBinding(std::string* out) {
     static const char* const kStates[] = {"not enabled", "load failed", "symbols missing",
                                           "registration refused", "registered"};
-    AppendFormat(out, "client library: %s (%s), attempts[%d]\n",
-                 kStates[static_cast<int>(g_zelBinding)], g_zelLibPath.c_str(), g_zelAttempts);
+    StringAppendF(out, "client library: %s (%s), attempts[%d]\n",
+                  kStates[static_cast<int>(g_zelBinding)], g_zelLibPath.c_str(), g_zelAttempts);
     uint32_t mask = 0;
     std::string activities;
     for (int32_t activity : g_zelSupportedActivities) {
         if (activity >= 0 && activity < 32) mask |= 1u << activity;
-        AppendFormat(&activities, " %d", activity);
+        StringAppendF(&activities, " %d", activity);
     }
-    AppendFormat(out, "  AR config : 0x%x, supported activities (%zu):%s\n", mask,
-                 g_zelSupportedActivities.size(), activities.c_str());
+    StringAppendF(out, "  AR config : 0x%x, supported activities (%zu):%s\n", mask,
+                  g_zelSupportedActivities.size(), activities.c_str());
 }
 }  // namespace
 
 void ActivityInterface::DumpState(std::string* out) const {
-    AppendFormat(out, "legacy activity table: %s\n", mImpl != nullptr ? "present" : "absent");
+    StringAppendF(out, "legacy activity table: %s\n", mImpl != nullptr ? "present" : "absent");
     {
         ::android::Mutex::Autolock lists(mListMutex);
         AppendClients(out, "V1_1", mClientVectorV1_1);
         AppendClients(out, "V1_0", mClientVectorV1_0);
         ::android::Mutex::Autolock events(eventMutex);
-        AppendFormat(out, "mEventData (%zu), in order:\n", mEventData.size());
+        StringAppendF(out, "mEventData (%zu), in order:\n", mEventData.size());
         for (const EnableRequestData& request : mEventData) {
             const bool plain = request.params.params[0] == 0.0;
-            AppendFormat(out, "  pid[%lu] activity[%d] event[%d] latency[%ld]ns %s", request.pid,
-                         request.activity, request.eventType, request.reportLatencyNs,
-                         plain ? "plain" : "extended");
+            StringAppendF(out, "  pid[%lu] activity[%d] event[%d] latency[%ld]ns %s", request.pid,
+                          request.activity, request.eventType, request.reportLatencyNs,
+                          plain ? "plain" : "extended");
             if (!plain || HasParams(request.params)) AppendParams(out, request.params);
             out->append("\n");
         }
-        AppendFormat(out, "firstReport (%zu):\n", firstReport.size());
+        StringAppendF(out, "firstReport (%zu):\n", firstReport.size());
         for (const FirstReport& entry : firstReport) {
-            AppendFormat(out, "  pid[%lu] activity[%d] event[%d] timestamp[%ld]\n", entry.pid,
-                         entry.activity, entry.eventType, entry.timestamp);
+            StringAppendF(out, "  pid[%lu] activity[%d] event[%d] timestamp[%ld]\n", entry.pid,
+                          entry.activity, entry.eventType, entry.timestamp);
         }
-        AppendFormat(out, "packageNames (%zu):", packageNames.size());
-        for (uint64_t pid : packageNames) AppendFormat(out, " %lu", pid);
-        AppendFormat(out, "\nmLastActivityEvent: %zu entries\n", mLastActivityEvent.size());
+        StringAppendF(out, "packageNames (%zu):", packageNames.size());
+        for (uint64_t pid : packageNames) StringAppendF(out, " %lu", pid);
+        StringAppendF(out, "\nmLastActivityEvent: %zu entries\n", mLastActivityEvent.size());
     }
     AppendPairs(out, "mEnableToNativeData", mEnableToNativeData);
     AppendPairs(out, "g_zelEnableData", g_zelEnableData);
-    AppendFormat(out, "  ar-on cmdParam:%s\n", BuildZelEnableStr().c_str());
+    StringAppendF(out, "  ar-on cmdParam:%s\n", BuildZelEnableStr().c_str());
     AppendZelBinding(out);
 }
 

@@ -217,7 +217,7 @@ std::string ActivityRecognition::DumpReport(const hidl_vec<hidl_string>& options
         } else if (option == "--environment") {
             environment = true;
         } else {
-            if (option != "--help") AppendFormat(&report, "unknown option: %s\n", option.c_str());
+            if (option != "--help") StringAppendF(&report, "unknown option: %s\n", option.c_str());
             return report + kDumpUsage;
         }
     }
@@ -227,17 +227,17 @@ std::string ActivityRecognition::DumpReport(const hidl_vec<hidl_string>& options
     const sp<EnvironmentInterface> environmentInterface = mEnvironmentInterface;
     report += "== service ==\n";
     if (mModule != nullptr) {
-        AppendFormat(&report, "legacy module: id \"%s\" name \"%s\" module api 0x%x hal api 0x%x\n",
-                     OrEmpty(mModule->common.id), OrEmpty(mModule->common.name),
-                     mModule->common.module_api_version, mModule->common.hal_api_version);
+        StringAppendF(&report, "legacy module: id \"%s\" name \"%s\" module api 0x%x hal api 0x%x\n",
+                      OrEmpty(mModule->common.id), OrEmpty(mModule->common.name),
+                      mModule->common.module_api_version, mModule->common.hal_api_version);
     }
     if (mDevice != nullptr) {
-        AppendFormat(&report, "legacy device: \"%s\" open, version 0x%x\n",
-                     ACTIVITY_RECOGNITION_HIDL_DEVICE, mDevice->common.version);
+        StringAppendF(&report, "legacy device: \"%s\" open, version 0x%x\n",
+                      ACTIVITY_RECOGNITION_HIDL_DEVICE, mDevice->common.version);
     }
-    AppendFormat(&report, "activity interface: %s\nenvironment interface: %s\n",
-                 activityExists ? "created" : "not created",
-                 environmentInterface != nullptr ? "created" : "not created");
+    StringAppendF(&report, "activity interface: %s\nenvironment interface: %s\n",
+                  activityExists ? "created" : "not created",
+                  environmentInterface != nullptr ? "created" : "not created");
     if (activity && activityExists) {
         report += "== activity ==\n";
         mActivityInterface->DumpState(&report);

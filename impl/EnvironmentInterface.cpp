@@ -392,7 +392,7 @@ Return<void> EnvironmentInterface::getCurrentEnvironmentV1_1(getCurrentEnvironme
 // client maps are read under mListMutex, which is taken alone, as everywhere on this side.
 
 void EnvironmentInterface::DumpState(std::string* out) const {
-    AppendFormat(out, "legacy environment table: %s\n", mImpl != nullptr ? "present" : "absent");
+    StringAppendF(out, "legacy environment table: %s\n", mImpl != nullptr ? "present" : "absent");
     Mutex::Autolock lock(mListMutex);
     AppendClients(out, "V1_1", mClientVectorV1_1);
     AppendClients(out, "V1_0", mClientVectorV1_0);
