@@ -33,11 +33,11 @@ class ServiceLookup : public testing::TestWithParam<LookupCase> {};
 
 TEST_P(ServiceLookup, FindsTheLibraryOnTheSearchPath) {
     const LookupCase& c = GetParam();
-    std::string folder = testing::TempDir() + "newer";
-    mkdir(folder.c_str(), 0700);
-    // A later minor version serves the earlier interfaces.
-    symlink(TEST_LIB_DIR "/vendor.quarn.hardware.activity_recognition@1.1-impl.so",
-            (folder + "/vendor.quarn.hardware.activity_recognition@1.3-impl.so").c_str());
+    // A later minor version serves the earlier interfaces: a folder of this process's own.
+    std::string folder = testing::TempDir() + "newerXXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(&folder[0]));
+    const std::string newer = folder + "/vendor.quarn.hardware.activity_recognition@1.3-impl.so";
+    symlink(TEST_LIB_DIR "/vendor.quarn.hardware.activity_recognition@1.1-impl.so", newer.c_str());
     std::string path = c.path == nullptr ? "" : std::string(c.path) == "newer" ? folder : c.path;
     c.path == nullptr ? unsetenv("HIDL_PASSTHROUGH_PATH")
                       : setenv("HIDL_PASSTHROUGH_PATH", path.c_str(), 1);
@@ -50,6 +50,8 @@ TEST_P(ServiceLookup, FindsTheLibraryOnTheSearchPath) {
     // Every later lookup answers the instance's one object, also through the other version.
     sp<ar::V1_0::IActivityRecognition> asV1_0 = ar::V1_0::IActivityRecognition::getService();
     EXPECT_EQ(service.get(), asV1_0.get());
+    unlink(newer.c_str());
+    rmdir(folder.c_str());
 }
 
 INSTANTIATE_TEST_SUITE_P(
