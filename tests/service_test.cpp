@@ -17,8 +17,7 @@
 namespace {
 
 using artest::fetchService;
-using artest::LoggedOnce;
-using artest::NotLogged;
+using Lines = std::vector<std::string>;
 using simulated_legacy::Side;
 using ::vendor::quarn::hardware::activity_recognition::V1_1::implementation::ActivityInterface;
 
@@ -40,8 +39,7 @@ TEST_F(ServiceTest, AllocationFailureSkipsTheOpenLineAndLeavesTheDeviceOpen) {
     SKIP_WITHOUT_FAILING_NEW();
     artest::failNextNothrowNew();
     EXPECT_EQ(nullptr, fetchService());
-    EXPECT_TRUE(LoggedOnce(log, ANDROID_LOG_ERROR, kTag, "iface new failed"));
-    EXPECT_TRUE(NotLogged(log, kTag, "activity_recognition_impl"));
+    EXPECT_EQ(Lines{"6 iface new failed"}, log.withTag(kTag));  // and no line of the open
     EXPECT_EQ(1, countCalls("open"));
     EXPECT_EQ(0, simulated_legacy::closeCount());
 }
@@ -51,13 +49,13 @@ TEST_F(ServiceTest, InterfaceAllocationFailureAnswersNullAndRetries) {
     auto service = fetchService();
     ASSERT_NE(nullptr, service);
     artest::failNextNothrowNew();
+    log.clear();
     EXPECT_EQ(nullptr, service->getActivityInterfaceV1_1().withDefault(nullptr));
-    EXPECT_TRUE(LoggedOnce(log, ANDROID_LOG_ERROR, kTag,
-                           "getActivityInterfaceV1_1 mActivityInterface new failed"));
     artest::failNextNothrowNew();
     EXPECT_EQ(nullptr, service->getEnvironmentInterfaceV1_1().withDefault(nullptr));
-    EXPECT_TRUE(LoggedOnce(log, ANDROID_LOG_ERROR, kTag,
-                           "getEnvironmentInterfaceV1_1 mEnvironmentInterface new failed"));
+    EXPECT_EQ((Lines{"6 getActivityInterfaceV1_1 mActivityInterface new failed",
+                     "6 getEnvironmentInterfaceV1_1 mEnvironmentInterface new failed"}),
+              log.withTag(kTag));
     EXPECT_NE(nullptr, service->getActivityInterfaceV1_1().withDefault(nullptr));
     EXPECT_NE(nullptr, service->getEnvironmentInterfaceV1_1().withDefault(nullptr));
 }
