@@ -133,18 +133,4 @@ TEST_F(DebugTest, HandlesThatCannotTakeTheReportGetNothing) {
     for (int fd : {pipeFds[1], sockets[0], file, readOnly}) close(fd);
 }
 
-// Refused three times, the library stays bound but unregistered.
-struct RefusedLibraryTest : ActivityTest {
-    void SetUp() override {
-        ::android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
-        simulated_zel::queueResults(simulated_zel::Entry::kMotionEnable, {0, 0, 0});
-        ActivityTest::SetUp();
-    }
-};
-
-TEST_F(RefusedLibraryTest, DumpShowsTheAttempts) {
-    EXPECT_NE(std::string::npos,
-              DumpText(service, {}).find("refused (libZelClient.so), attempts[3]"));
-}
-
 }  // namespace
