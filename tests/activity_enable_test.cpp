@@ -1,4 +1,4 @@
-// Enable, disable and flush: requests per client, one merged request per pair below, routed to
+// Enable and disable: requests per client, one merged request per pair below, routed to
 // the legacy module or, for activity 3, to the client library's commands.
 #include <math.h>
 
@@ -11,14 +11,6 @@ using namespace artest;
 class ActivityEnableTest : public ZelActivityTest {};
 
 constexpr int64_t kS = 1000000000;
-
-TEST_F(ActivityEnableTest, InvalidEventTypesChangeNothing) {
-    for (uint32_t type : {0u, 3u}) {
-        run({on(100, 1, type, kS, {}).fails(), onExtended(100, 1, type, kS, 2, {}).fails(),
-             off(100, 1, type, {}).fails()});
-    }
-    EXPECT_EQ(6u, lines().size());  // the entry lines only
-}
 
 // Unsigned rounding to whole seconds; the smallest latency of a pair goes down, and a first
 // report (the last state record's time) only for the request that joins a pair already on.
@@ -77,12 +69,6 @@ TEST_F(ActivityEnableTest, TextsAndPidZero) {
     ::android::hardware::host::setThreadStateAvailable(true);
     EXPECT_EQ((Lines{"enable_activity_event_extend(1,1,1000000000;2)"}), below());
     run({onExtended(100, 1, 1, 2 * kS, 2, {"enable_activity_event_extend(1,1,2000000000;2)"})});
-}
-
-TEST_F(ActivityEnableTest, FlushAnswersOneForAnyFailure) {
-    EXPECT_EQ(0, iface->flush());
-    simulated_legacy::setResult("flush", 7);
-    EXPECT_EQ(1, iface->flush());
 }
 
 // Each "ar-on" carries the whole list of routed pairs in insertion order; a merged latency
