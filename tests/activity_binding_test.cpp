@@ -44,9 +44,6 @@ struct Binding {
     Lines lines;  // after "Construct ActivityInterface"
     std::vector<uint32_t> routed;
 };
-void PrintTo(const Binding& b, std::ostream* os) {
-    *os << b.name;
-}
 class ActivityBindingAttemptTest : public ActivityBindingTest,
                                    public ::testing::WithParamInterface<Binding> {};
 

@@ -25,10 +25,6 @@ struct LookupCase {
     bool found;
 };
 
-void PrintTo(const LookupCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
 class ServiceLookup : public testing::TestWithParam<LookupCase> {};
 
 TEST_P(ServiceLookup, FindsTheLibraryOnTheSearchPath) {
