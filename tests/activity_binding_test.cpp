@@ -35,6 +35,30 @@ class ActivityBindingTest : public ZelActivityTest {
         }
         return out;
     }
+
+    // One call of a client process in an enable or disable table, with its answer and what it
+    // sent below.
+    struct Step {
+        int pid;
+        uint32_t activity, eventType;
+        int64_t latency;  // 0 for a disable
+        Lines below;
+        int32_t result;
+    };
+    static Step on(int pid, uint32_t a, uint32_t e, int64_t latency, Lines below, int result = 0) {
+        return {pid, a, e, latency, std::move(below), result};
+    }
+    static Step off(int pid, uint32_t a, uint32_t e, Lines below, int result = 0) {
+        return {pid, a, e, 0, std::move(below), result};
+    }
+    void run(const std::vector<Step>& steps) {
+        for (const Step& s : steps) {
+            SCOPED_TRACE("pid " + std::to_string(s.pid));
+            EXPECT_EQ(s.result, s.latency == 0 ? disable(s.pid, s.activity, s.eventType)
+                                               : enable(s.pid, s.activity, s.eventType, s.latency));
+            EXPECT_EQ(s.below, below());
+        }
+    }
 };
 
 struct Binding {
@@ -107,7 +131,7 @@ TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
     service.clear();
     EXPECT_EQ(1, log.count(4, "AR_impl", "Deconstruct ActivityInterface"));
     create(false);
-    run({off(200, 1, 1, {}).fails(),  // another request remains, the native list is empty
+    run({off(200, 1, 1, {}, 1),  // another request remains, the native list is empty
          on(300, 2, 2, kS, {"enable_activity_event(2,2,1000000000)"}),
          off(100, 1, 1, {"disable_activity_event(1,1)"}),  // erases (2,2) instead
          on(400, 2, 2, 5 * kS, {"enable_activity_event(2,2,5000000000)"}),
