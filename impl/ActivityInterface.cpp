@@ -794,8 +794,8 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
                                   const std::vector<int32_t>& data) {
     const int count = byteLength / kZelRecordBytes;
     if (count > kMaxBatch || byteLength < 1 || data.data() == nullptr) {
-        // Deliberate: the line number is part of the text. Guarded by
-        // ActivityEventsTest.ZelNotifyByteLengths.
+        // Deliberate: the line number is part of the text. Guarded by the test scenario
+        // tests/scenarios/client-library-notify.scenario.
         ALOGE("(%s:%d) [ZEL]Invalid ZelNotify. Count: %d", "ZelNotify", 151, count);
         return;
     }
