@@ -18,7 +18,6 @@ namespace {
 
 using artest::fetchService;
 using Lines = std::vector<std::string>;
-using simulated_legacy::Side;
 using ::vendor::quarn::hardware::activity_recognition::V1_1::implementation::ActivityInterface;
 
 constexpr char kTag[] = "AR_impl_Act";
@@ -58,22 +57,6 @@ TEST_F(ServiceTest, InterfaceAllocationFailureAnswersNullAndRetries) {
               log.withTag(kTag));
     EXPECT_NE(nullptr, service->getActivityInterfaceV1_1().withDefault(nullptr));
     EXPECT_NE(nullptr, service->getEnvironmentInterfaceV1_1().withDefault(nullptr));
-}
-
-// The absence of a table is not remembered: every getter asks the device again. (The log lines,
-// the 1.0 getters' own line and the table that appears later: missing-tables.scenario.)
-TEST_F(ServiceTest, MissingTablesAreAskedForAgain) {
-    simulated_legacy::setTableAvailable(Side::kActivity, false);
-    simulated_legacy::setTableAvailable(Side::kEnvironment, false);
-    auto service = fetchService();
-    ASSERT_NE(nullptr, service);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(nullptr, service->getActivityInterface().withDefault(nullptr));
-        EXPECT_EQ(nullptr, service->getEnvironmentInterface().withDefault(nullptr));
-        EXPECT_EQ(nullptr, service->getEnvironmentInterfaceV1_1().withDefault(nullptr));
-    }
-    EXPECT_EQ(2, countCalls("get_activity_interface"));
-    EXPECT_EQ(4, countCalls("get_environment_interface"));
 }
 
 // Run under ThreadSanitizer: while the first caller creates the interface, the others test it
