@@ -61,11 +61,6 @@ class ZelActivityTest : public ActivityTest {
         ActivityTest::SetUp();
         below();
     }
-
-    int32_t enableExtend(int pid, uint32_t a, uint32_t e, int64_t latency, const OtherParams& p) {
-        ScopedCallingIdentity guard(pid);
-        return iface->enableActivityEventExtend(a, e, latency, p);
-    }
 };
 
 }  // namespace artest
