@@ -33,10 +33,6 @@ void failNextNothrowNew(int skip) {
     gCountdown = skip;
 }
 
-void resetNothrowNew() {
-    gCountdown = -1;
-}
-
 }  // namespace artest
 
 #ifndef AR_NO_FAILING_NEW
