@@ -26,16 +26,6 @@ class ActivityBindingTest : public ZelActivityTest {
         ASSERT_NE(nullptr, iface);
         simulated_legacy::clearCalls();
     }
-    // Which of activities 0, 1, 3, 6, 30 and 31 go to the client library.
-    std::vector<uint32_t> routed() {
-        std::vector<uint32_t> out;
-        for (uint32_t a : {0, 1, 3, 6, 30, 31}) {
-            enable(100, a, 1, kS);
-            if (below().at(0).rfind("ar-on", 0) == 0) out.push_back(a);
-        }
-        return out;
-    }
-
     // One call of a client process in an enable or disable table, with its answer and what it
     // sent below.
     struct Step {
@@ -61,49 +51,8 @@ class ActivityBindingTest : public ZelActivityTest {
     }
 };
 
-struct Binding {
-    const char* name;
-    std::vector<int32_t> config;
-    std::vector<std::pair<Entry, std::vector<int32_t>>> queued;
-    Lines lines;  // after "Construct ActivityInterface"
-    std::vector<uint32_t> routed;
-};
-class ActivityBindingAttemptTest : public ActivityBindingTest,
-                                   public ::testing::WithParamInterface<Binding> {};
-
-// Up to three attempts, each repeating every step; the first word read names the activities.
-TEST_P(ActivityBindingAttemptTest, MaskNamesTheRoutedActivities) {
-    const Binding& b = GetParam();
-    for (const auto& [entry, results] : b.queued) simulated_zel::queueResults(entry, results);
-    simulated_zel::setConfig(b.config);
-    ::android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
-    service = fetchService();
-    iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
-    Lines expected = {"4 Construct ActivityInterface"};
-    expected.insert(expected.end(), b.lines.begin(), b.lines.end());
-    EXPECT_EQ(expected, lines());
-    below();
-    EXPECT_EQ(b.routed, routed());
-}
-
-const std::string kTry = "4 ActivityInterface:[ZEL]retry count[";
-const std::string kBindFailed =
-        "6 ActivityInterface:[ZEL]g_zelSetCallback or g_zelArEnable failed\n";
-const std::string kConfig = "4 ActivityInterface: [ZEL]AR config : 0x";
-INSTANTIATE_TEST_SUITE_P(
-        Masks, ActivityBindingAttemptTest,
-        ::testing::Values(
-                Binding{"Mask41", {0x41}, {}, {kTry + "0]\n", kConfig + "41"}, {0, 6}},
-                Binding{"Mask80000000", {INT32_MIN}, {}, {kTry + "0]\n", kConfig + "80000000"}, {31}},
-                Binding{"EmptyConfig", {}, {}, {kTry + "0]\n", kConfig + "0"}, {}},
-                Binding{"MotionThenCallbackFail",
-                        {0x2},
-                        {{Entry::kMotionEnable, {0}}, {Entry::kSetCallback, {-1}}},
-                        {kTry + "0]\n", kBindFailed, kTry + "1]\n", kBindFailed, kTry + "2]\n",
-                         kConfig + "2"},
-                        {1}}),
-        [](const auto& info) { return std::string(info.param.name); });
-
+// The steps of each attempt, in order. (What the configuration routes, and the log lines of the
+// attempts: the client-library scenarios.)
 TEST_F(ActivityBindingTest, AttemptsCallTheEntryPointsInOrder) {
     simulated_zel::queueResults(Entry::kSetCallback, {-1});
     create(true);
