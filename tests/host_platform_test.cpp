@@ -68,11 +68,7 @@ class ModuleLoader : public ::testing::TestWithParam<LoaderCase> {};
 
 TEST_P(ModuleLoader, FindsRefusesOrLoads) {
     const LoaderCase& c = GetParam();
-    if (c.path == nullptr) {
-        unsetenv("HAL_LIBRARY_PATH");
-    } else {
-        setenv("HAL_LIBRARY_PATH", c.path, 1);
-    }
+    c.path == nullptr ? unsetenv("HAL_LIBRARY_PATH") : setenv("HAL_LIBRARY_PATH", c.path, 1);
     const hw_module_t* module = nullptr;
     ASSERT_EQ(c.result, hw_get_module(ACTIVITY_RECOGNITION_HARDWARE_MODULE_ID, &module));
     if (c.result != 0) {
