@@ -19,15 +19,13 @@ std::atomic<int> gCountdown{-1};
 }
 }  // namespace
 
+bool canFailNothrowNew() {
 #ifdef AR_NO_FAILING_NEW
-bool canFailNothrowNew() {
     return false;
-}
 #else
-bool canFailNothrowNew() {
     return true;
-}
 #endif
+}
 
 void failNextNothrowNew(int skip) {
     gCountdown = skip;
