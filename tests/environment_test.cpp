@@ -7,9 +7,20 @@
 #include <thread>
 #include <tuple>
 
-#include "EnvironmentTestPeer.h"
+#include "EnvironmentInterface.h"
 #include "FailingNew.h"
 #include "HalTest.h"
+
+namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation {
+struct EnvironmentInterfaceTestPeer {
+    // Whether another thread (or this one) holds the client-map lock right now.
+    static bool listLockHeld() {
+        if (EnvironmentInterface::mListMutex.tryLock() != 0) return true;
+        EnvironmentInterface::mListMutex.unlock();
+        return false;
+    }
+};
+}  // namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation
 
 namespace {
 
