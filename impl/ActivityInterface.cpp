@@ -621,7 +621,7 @@ size_t ActivityInterface::PackageNamePush(const activity_event* events, int coun
         PairSlot* slot = g_intake.Find(PairKey(event.activity, event.event_type));
         if (slot == nullptr) continue;
         // Deliberate: the limit is the one filed under the pid that delivers the batch, not under
-        // the request's pid. Guarded by ActivityEnableTest.LegacyPairsAreMerged.
+        // the request's pid. Guarded by the test scenario tests/scenarios/activity-enable.scenario.
         if (event.timestamp < g_intake.Limit(*slot, PidKey(pid))) continue;
         // The request's activity is the event's.
         V1_1::ActivityEventV1_1 entry;
@@ -794,8 +794,8 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
                                   const std::vector<int32_t>& data) {
     const int count = byteLength / kZelRecordBytes;
     if (count > kMaxBatch || byteLength < 1 || data.data() == nullptr) {
-        // Deliberate: the line number is part of the text. Guarded by
-        // ActivityEventsTest.ZelNotifyByteLengths.
+        // Deliberate: the line number is part of the text. Guarded by the test scenario
+        // tests/scenarios/client-library-notify.scenario.
         ALOGE("(%s:%d) [ZEL]Invalid ZelNotify. Count: %d", "ZelNotify", 151, count);
         return;
     }
@@ -1201,8 +1201,8 @@ int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t e
     return 0;
 }
 
-// Deliberate: true when the pair is NOT in the list. Guarded by
-// ActivityEnableTest.LegacyPairsAreMerged.
+// Deliberate: true when the pair is NOT in the list. Guarded by the test scenario
+// tests/scenarios/activity-enable.scenario.
 bool ActivityInterface::FindEnableToNativeDataExist(uint32_t activity, uint32_t eventType,
                                                     const std::vector<EnableToNativeData>& list) {
     for (const EnableToNativeData& entry : list) {
@@ -1297,8 +1297,8 @@ int32_t ActivityInterface::ZelEnableEventExtend(uint32_t activity, uint32_t even
         return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &params);
     }
     if (g_zelRunCommand == nullptr) return 0;
-    // Deliberate: this re-send logs its code with a comma and no line end. Guarded by
-    // ActivityEnableTest.RoutedPairsAndTheirCommands.
+    // Deliberate: this re-send logs its code with a comma and no line end. Guarded by the test
+    // scenario tests/scenarios/activity-enable.scenario.
     return SendZelEnable("ZelEnableEventExtend", activity, eventType, reportLatencyNs,
                          IsNoWakePattern(params.params) ? 1 : 0, true);
 }

@@ -26,63 +26,33 @@ class ActivityBindingTest : public ZelActivityTest {
         ASSERT_NE(nullptr, iface);
         simulated_legacy::clearCalls();
     }
-    // Which of activities 0, 1, 3, 6, 30 and 31 go to the client library.
-    std::vector<uint32_t> routed() {
-        std::vector<uint32_t> out;
-        for (uint32_t a : {0, 1, 3, 6, 30, 31}) {
-            enable(100, a, 1, kS);
-            if (below().at(0).rfind("ar-on", 0) == 0) out.push_back(a);
+    // One call of a client process in an enable or disable table, with its answer and what it
+    // sent below.
+    struct Step {
+        int pid;
+        uint32_t activity, eventType;
+        int64_t latency;  // 0 for a disable
+        Lines below;
+        int32_t result;
+    };
+    static Step on(int pid, uint32_t a, uint32_t e, int64_t latency, Lines below, int result = 0) {
+        return {pid, a, e, latency, std::move(below), result};
+    }
+    static Step off(int pid, uint32_t a, uint32_t e, Lines below, int result = 0) {
+        return {pid, a, e, 0, std::move(below), result};
+    }
+    void run(const std::vector<Step>& steps) {
+        for (const Step& s : steps) {
+            SCOPED_TRACE("pid " + std::to_string(s.pid));
+            EXPECT_EQ(s.result, s.latency == 0 ? disable(s.pid, s.activity, s.eventType)
+                                               : enable(s.pid, s.activity, s.eventType, s.latency));
+            EXPECT_EQ(s.below, below());
         }
-        return out;
     }
 };
 
-struct Binding {
-    const char* name;
-    std::vector<int32_t> config;
-    std::vector<std::pair<Entry, std::vector<int32_t>>> queued;
-    Lines lines;  // after "Construct ActivityInterface"
-    std::vector<uint32_t> routed;
-};
-void PrintTo(const Binding& b, std::ostream* os) {
-    *os << b.name;
-}
-class ActivityBindingAttemptTest : public ActivityBindingTest,
-                                   public ::testing::WithParamInterface<Binding> {};
-
-// Up to three attempts, each repeating every step; the first word read names the activities.
-TEST_P(ActivityBindingAttemptTest, MaskNamesTheRoutedActivities) {
-    const Binding& b = GetParam();
-    for (const auto& [entry, results] : b.queued) simulated_zel::queueResults(entry, results);
-    simulated_zel::setConfig(b.config);
-    ::android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
-    service = fetchService();
-    iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
-    Lines expected = {"4 Construct ActivityInterface"};
-    expected.insert(expected.end(), b.lines.begin(), b.lines.end());
-    EXPECT_EQ(expected, lines());
-    below();
-    EXPECT_EQ(b.routed, routed());
-}
-
-const std::string kTry = "4 ActivityInterface:[ZEL]retry count[";
-const std::string kBindFailed =
-        "6 ActivityInterface:[ZEL]g_zelSetCallback or g_zelArEnable failed\n";
-const std::string kConfig = "4 ActivityInterface: [ZEL]AR config : 0x";
-INSTANTIATE_TEST_SUITE_P(
-        Masks, ActivityBindingAttemptTest,
-        ::testing::Values(
-                Binding{"Mask41", {0x41}, {}, {kTry + "0]\n", kConfig + "41"}, {0, 6}},
-                Binding{"Mask80000000", {INT32_MIN}, {}, {kTry + "0]\n", kConfig + "80000000"}, {31}},
-                Binding{"EmptyConfig", {}, {}, {kTry + "0]\n", kConfig + "0"}, {}},
-                Binding{"MotionThenCallbackFail",
-                        {0x2},
-                        {{Entry::kMotionEnable, {0}}, {Entry::kSetCallback, {-1}}},
-                        {kTry + "0]\n", kBindFailed, kTry + "1]\n", kBindFailed, kTry + "2]\n",
-                         kConfig + "2"},
-                        {1}}),
-        [](const auto& info) { return std::string(info.param.name); });
-
+// The steps of each attempt, in order. (What the configuration routes, and the log lines of the
+// attempts: the client-library scenarios.)
 TEST_F(ActivityBindingTest, AttemptsCallTheEntryPointsInOrder) {
     simulated_zel::queueResults(Entry::kSetCallback, {-1});
     create(true);
@@ -110,7 +80,7 @@ TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
     service.clear();
     EXPECT_EQ(1, log.count(4, "AR_impl", "Deconstruct ActivityInterface"));
     create(false);
-    run({off(200, 1, 1, {}).fails(),  // another request remains, the native list is empty
+    run({off(200, 1, 1, {}, 1),  // another request remains, the native list is empty
          on(300, 2, 2, kS, {"enable_activity_event(2,2,1000000000)"}),
          off(100, 1, 1, {"disable_activity_event(1,1)"}),  // erases (2,2) instead
          on(400, 2, 2, 5 * kS, {"enable_activity_event(2,2,5000000000)"}),

@@ -1,7 +1,6 @@
 // Intake of activity batches (legacy module and client-library notifications) and their fan-out;
-// the common paths of matching are in scenarios/activity-intake.scenario.
-#include <unistd.h>
-
+// the common paths of matching are in scenarios/activity-intake.scenario, the notifications' byte
+// lengths in scenarios/client-library-notify.scenario.
 #include "ActivityZelSupport.h"
 
 namespace {
@@ -80,48 +79,6 @@ TEST_F(ActivityEventsTest, FailingClientsAreLoggedAndTheOthersServed) {
                      "6 ActExtendChangedCbV1_0: Unable to invoke onActivityExtendChangedV1_0 "
                      "PID[300]"}),
               lines());
-}
-
-// Client-library notifications: 24-byte records, trailing bytes ignored; a length of 1 to 23
-// is an empty batch, still delivered to the 1.0 client once per served pid. A length past the
-// storage reads only the stored records, but logs the count the length gives.
-TEST_F(ActivityEventsTest, ZelNotifyByteLengths) {
-    auto c11 = add(1, 100);
-    auto c10 = add(0, 200);
-    enable(100, 1, 1);
-    const std::vector<int32_t> data = simulated_zel::pack(std::vector(193, event(1, 1, 5, 9)));
-    const std::string end = "4 ZelNotify: [ZEL]Notify end, pid[" + std::to_string(getpid()) + "]";
-    struct Case {
-        int32_t length;
-        int stored;     // records in the data's storage
-        int delivered;  // records, or -1 when refused with this count:
-        int count;
-    };
-    for (const Case& c : {Case{0, 193, -1, 0}, Case{-48, 193, -1, -2}, Case{4632, 193, -1, 193},
-                          Case{30, 193, 1, 1}, Case{1, 193, 0, 0}, Case{4608, 193, 192, 192},
-                          Case{24, 0, -1, 1}, Case{48, 1, 1, 2}}) {
-        SCOPED_TRACE(c.length);
-        log.clear();
-        simulated_zel::notify(3, c.length,
-                              std::vector<int32_t>(data.begin(), data.begin() + c.stored * 6));
-        const std::string n = std::to_string(c.count);
-        if (c.delivered < 0) {
-            EXPECT_EQ(Lines{"6 (ZelNotify:151) [ZEL]Invalid ZelNotify. Count: " + n}, lines());
-            continue;
-        }
-        Lines logged = lines();
-        EXPECT_EQ(c.delivered + (c.delivered > 0 ? 3u : 2u), logged.size());  // with "able to"
-        EXPECT_EQ("4 ZelNotify: [ZEL]PackageNamePush, events size:" + n +
-                          ", eventDataFit size:" + std::to_string(c.delivered),
-                  logged.at(c.delivered));
-        EXPECT_EQ(end, logged.back());
-        EXPECT_EQ(Batches{std::vector<int64_t>(c.delivered, 5)}, take(c10->v10));
-        EXPECT_EQ(c.delivered == 0 ? 0u : 1u, take(c11->v11).size());
-    }
-    log.clear();
-    simulated_zel::notify(3, 30, data);
-    EXPECT_EQ("4 ZelNotify: [ZEL]AR_REPORT_EVENT: [0] e: 1, a:1, t:5, c:9, arStatus: 3",
-              lines().at(0));
 }
 
 }  // namespace

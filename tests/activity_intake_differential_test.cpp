@@ -105,9 +105,12 @@ struct Model {
 };
 
 template <typename Event>
-std::vector<int64_t> folded(const std::vector<Event>& call) {
-    std::vector<int64_t> out;
-    for (const auto& e : call) out.push_back(fold(e.timestamp, e.activity, e.eventType));
+Events folded(const std::vector<std::vector<Event>>& calls) {
+    Events out;
+    for (const auto& call : calls) {
+        out.emplace_back();
+        for (const auto& e : call) out.back().push_back(fold(e.timestamp, e.activity, e.eventType));
+    }
     return out;
 }
 
@@ -166,13 +169,9 @@ TEST_P(ActivityIntakeDifferentialTest, MatchesThePlainRules) {
             }
             for (auto& call : toV1_0) expected[4].push_back(call);
         }
-        Events seen;
-        for (const auto& call : clients[4]->v10) seen.push_back(folded(call));
-        ASSERT_EQ(expected[4], seen) << "step " << step;
+        ASSERT_EQ(expected[4], folded(clients[4]->v10)) << "step " << step;
         for (int i = 0; i < 4; ++i) {
-            seen.clear();
-            for (const auto& call : clients[i]->v11) seen.push_back(folded(call));
-            ASSERT_EQ(expected[i], seen) << "step " << step << " pid " << 101 + i;
+            ASSERT_EQ(expected[i], folded(clients[i]->v11)) << "step " << step << " pid " << 101 + i;
         }
     }
     auto rows = [](const auto& list, auto stamp) {  // fields read by value: some are packed

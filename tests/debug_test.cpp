@@ -1,6 +1,5 @@
-// The state dump (IBase::debug): the report of a state reached through HIDL calls and lower-layer
-// reports, its options, the handles that get nothing, and that it logs and sends nothing below.
-#include <android-base/stringprintf.h>
+// The state dump (IBase::debug): its options and the handles that get nothing. The report of a
+// state reached through calls and reports: scenarios/state-dump.scenario.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -11,82 +10,13 @@
 namespace {
 
 using namespace artest;
-using ::android::hardware::Void;
-
-class EnvClient : public ar::V1_0::IEnvironmentChangedCallback {
-    Return<void> onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>&) override {
-        return Void();
-    }
-};
-
-// The environment interface with one 1.0 client of pid 3001.
-sp<EnvClient> addEnvironmentClient(const sp<IActivityRecognition>& service) {
-    sp<EnvClient> client = new EnvClient;
-    ScopedCallingIdentity guard(3001);
-    service->getEnvironmentInterface().withDefault(nullptr)->registerEnvironmentCallback(client);
-    return client;
-}
 
 using DebugTest = ZelActivityTest;
-using ::android::base::StringPrintf;
 using arharness::DumpText;
-
-TEST_F(DebugTest, ReportShowsClientsRequestsPairsAndLibraryAndChangesNothing) {
-    auto fit = add(1, 2001);
-    auto old = add(0, 2002);
-    setLegacyState({ar_context_event{1, 3, 50, 0, 0, {}}});
-    enable(2001, 1, 1, 2500000000);  // legacy, rounded down
-    enable(2001, 3, 1, 5000000000);  // routed to the client library
-    enable(2002, 3, 1, 2000000007);  // joins: merged latency, first report
-    enableExtend(2002, 64, 1, 1000000000, params(1, 0, "wifi\x01"));  // no-wake, legacy
-    report(getpid(), {event(1, 1, 1000), event(2, 1, 1001)});
-    auto env = addEnvironmentClient(service);
-
-    // What is logged and what reached each lower layer, so far.
-    auto trace = [&] {
-        return std::make_tuple(log.lines().size(), simulated_legacy::calls().size(),
-                               simulated_zel::calls().size());
-    };
-    const auto before = trace();
-    const std::string text = DumpText(service, {});
-    const std::string parts[] = {
-            "legacy device: \"activity_recognition_hidl\" open, version 0x1\n"
-            "activity interface: created\nenvironment interface: created\n",
-            StringPrintf("clients V1_1 (1), in map order:\n  pid[2001] callback[%p]\n"
-                         "clients V1_0 (1), in map order:\n  pid[2002] callback[%p]\n",
-                         fit.get(), old.get()),
-            "mEventData (4), in order:\n"
-            "  pid[2001] activity[1] event[1] latency[2000000000]ns plain\n"
-            "  pid[2001] activity[3] event[1] latency[5000000000]ns plain\n"
-            "  pid[2002] activity[3] event[1] latency[2000000000]ns plain\n"
-            "  pid[2002] activity[64] event[1] latency[604800000000000]ns extended "
-            "params[1,0,0,0] extra[\"wifi\\x01\"]\n",
-            "firstReport (1):\n  pid[2002] activity[3] event[1] timestamp[50]\n",
-            "packageNames (1): 2001\nmLastActivityEvent: 1 entries\n",
-            "mEnableToNativeData (3):\n"
-            "  pid[2001] activity[1] event[1] latency[2000000000]ns noWake[0]\n"
-            "  pid[2001] activity[3] event[1] latency[5000000000]ns noWake[0]\n"
-            "  pid[2002] activity[64] event[1] latency[604800000000000]ns noWake[1]\n",
-            "g_zelEnableData (1):\n"
-            "  pid[0] activity[3] event[1] latency[2000000000]ns noWake[0]\n"
-            "  ar-on cmdParam:3,1,2000000000,0,;\n",
-            "client library: registered (libZelClient.so), attempts[1]\n"
-            "  AR config : 0x8, supported activities (1): 3\n",
-            StringPrintf(
-                    "== environment ==\nlegacy environment table: present\nclients V1_1 (0), "
-                    "in map order:\nclients V1_0 (1), in map order:\n  pid[3001] callback[%p]\n",
-                    env.get()),
-    };
-    for (const std::string& part : parts) {
-        EXPECT_NE(std::string::npos, text.find(part)) << part << "\nin:\n" << text;
-    }
-    EXPECT_EQ(text, DumpText(service, {}));  // nothing changed
-    EXPECT_EQ(before, trace());
-}
 
 // Without the property the client library is never tried.
 TEST_F(ActivityTest, OptionsPickSidesOrTheUsage) {
-    addEnvironmentClient(service);
+    service->getEnvironmentInterface();
     // Which of these parts each report holds, as 0 or 1 each.
     const char* const parts[] = {"unknown option: -x", "usage: lshal",
                                  "== service",         "== activity",
@@ -131,20 +61,6 @@ TEST_F(DebugTest, HandlesThatCannotTakeTheReportGetNothing) {
     EXPECT_FALSE(sigismember(&pending, SIGPIPE) || sigismember(&blocked, SIGPIPE));
     EXPECT_TRUE(log.lines().empty());
     for (int fd : {pipeFds[1], sockets[0], file, readOnly}) close(fd);
-}
-
-// Refused three times, the library stays bound but unregistered.
-struct RefusedLibraryTest : ActivityTest {
-    void SetUp() override {
-        ::android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
-        simulated_zel::queueResults(simulated_zel::Entry::kMotionEnable, {0, 0, 0});
-        ActivityTest::SetUp();
-    }
-};
-
-TEST_F(RefusedLibraryTest, DumpShowsTheAttempts) {
-    EXPECT_NE(std::string::npos,
-              DumpText(service, {}).find("refused (libZelClient.so), attempts[3]"));
 }
 
 }  // namespace

@@ -2,16 +2,25 @@
 // control calls and queries, and what each holds the client-map lock across. What a client sees
 // of the common paths and the failures is in harness/scenarios/environment.scenario and
 // scenarios/environment-calls.scenario.
-#include <string.h>
-
 #include <functional>
 #include <mutex>
 #include <thread>
 #include <tuple>
 
-#include "EnvironmentTestPeer.h"
+#include "EnvironmentInterface.h"
 #include "FailingNew.h"
 #include "HalTest.h"
+
+namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation {
+struct EnvironmentInterfaceTestPeer {
+    // Whether another thread (or this one) holds the client-map lock right now.
+    static bool listLockHeld() {
+        if (EnvironmentInterface::mListMutex.tryLock() != 0) return true;
+        EnvironmentInterface::mListMutex.unlock();
+        return false;
+    }
+};
+}  // namespace vendor::quarn::hardware::activity_recognition::V1_1::implementation
 
 namespace {
 
@@ -238,13 +247,7 @@ TEST(EnvironmentInterfaceDeathTest, SecondInstanceAborts) {
 }
 
 Params params(const std::string& extra) {
-    Params p;
-    p.params[0] = 1.5;
-    p.params[1] = -2.0;
-    p.params[2] = 0.0;
-    p.params[3] = 1e300;
-    p.extra = extra;
-    return p;
+    return {{{1.5, -2.0, 0.0, 1e300}}, extra};
 }
 
 // The control calls: "init" is initEnvironment and the module's "init_environment".
@@ -285,9 +288,7 @@ TEST_F(EnvironmentTest, ControlCallsGoDownWithoutTheLock) {
             const other_params& sent = calls[0].params;
             EXPECT_EQ(std::vector<double>({1.5, -2.0, 0.0, 1e300}),
                       std::vector<double>(sent.params, sent.params + 4));
-            char expected[32] = {};
-            memcpy(expected, extra.data(), extra.size());
-            EXPECT_EQ(0, memcmp(expected, sent.extra, sizeof(expected)));
+            EXPECT_EQ(extra + std::string(32 - extra.size(), '\0'), std::string(sent.extra, 32));
         }
     }
     EXPECT_TRUE(lines().empty());

@@ -25,10 +25,6 @@ struct LookupCase {
     bool found;
 };
 
-void PrintTo(const LookupCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
 class ServiceLookup : public testing::TestWithParam<LookupCase> {};
 
 TEST_P(ServiceLookup, FindsTheLibraryOnTheSearchPath) {
@@ -41,8 +37,7 @@ TEST_P(ServiceLookup, FindsTheLibraryOnTheSearchPath) {
     std::string path = c.path == nullptr ? "" : std::string(c.path) == "newer" ? folder : c.path;
     c.path == nullptr ? unsetenv("HIDL_PASSTHROUGH_PATH")
                       : setenv("HIDL_PASSTHROUGH_PATH", path.c_str(), 1);
-    std::vector<std::string> instances =
-            c.found ? std::vector<std::string>{"default"} : std::vector<std::string>{};
+    const std::vector<std::string> instances(c.found ? 1 : 0, "default");
     EXPECT_EQ(instances, getAllHalInstanceNames(ar::V1_0::IActivityRecognition::descriptor));
     EXPECT_EQ(instances, getAllHalInstanceNames(ar::V1_1::IActivityRecognition::descriptor));
     sp<ar::V1_1::IActivityRecognition> service = ar::V1_1::IActivityRecognition::getService();

@@ -31,6 +31,7 @@
 #include <random>
 #include <set>
 #include <shared_mutex>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -62,12 +63,8 @@ constexpr auto kTimeLimit = std::chrono::seconds(20);
 // client library.
 constexpr int kPairs = 12;
 constexpr uint32_t kLibraryMask = 0xc;
-uint32_t pairActivity(int pair) {
-    return pair / 2;
-}
-uint32_t pairType(int pair) {
-    return 1 + pair % 2;
-}
+constexpr auto pairActivity = [](int pair) -> uint32_t { return pair / 2; };
+constexpr auto pairType = [](int pair) -> uint32_t { return 1 + pair % 2; };
 
 // What one callback object received. It outlives the object, whose last reference may be the HAL's.
 struct Received {
@@ -220,9 +217,9 @@ class LoadTest : public ::testing::Test {
 };
 
 void LoadTest::registerCallback(int p, Role role, std::mt19937& rng) {
-    Process& process = processes[p];
+    Slot& slot = *processes[p].slots()[role];
     // Now and then a process hands in a new object where one is registered (replace or refuse).
-    if (process.slots()[role]->got != nullptr && rng() % 4 != 0) return;
+    if (slot.got != nullptr && rng() % 4 != 0) return;
     std::function<void()> dieInDelivery;
     if (rng() % 8 == 0) {
         dieInDelivery = [this, p] {
@@ -234,26 +231,13 @@ void LoadTest::registerCallback(int p, Role role, std::mt19937& rng) {
     sp<Callback> callback = new Callback(rng() % 5 == 0, rng() % 10 == 0, std::move(dieInDelivery));
     everyReceived.push_back(callback->got);
     const Slot registered = callback->refuseLink ? Slot() : Slot{callback, callback->got};
-    switch (role) {
-        case kActivity10:
-            activity()->registerActivityCallback(callback);
-            // A process keeps its first 1.0 registration; a refused link adds nothing.
-            if (process.activity10.got == nullptr) process.activity10 = registered;
-            break;
-        case kActivity11:
-            activity()->registerActivityCallbackV1_1(callback);
-            // Replaces the process's entry; a refused link leaves it with none.
-            process.activity11 = registered;
-            break;
-        case kEnvironment10:
-            environment()->registerEnvironmentCallback(callback);
-            if (process.environment10.got == nullptr) process.environment10 = registered;
-            break;
-        case kEnvironment11:
-            environment()->registerEnvironmentCallbackV1_1(callback);
-            if (process.environment11.got == nullptr) process.environment11 = registered;
-            break;
-    }
+    if (role == kActivity10) activity()->registerActivityCallback(callback);
+    if (role == kActivity11) activity()->registerActivityCallbackV1_1(callback);
+    if (role == kEnvironment10) environment()->registerEnvironmentCallback(callback);
+    if (role == kEnvironment11) environment()->registerEnvironmentCallbackV1_1(callback);
+    // A process keeps its first registration of each kind, but a 1.1 activity registration replaces
+    // the process's entry; a refused link adds nothing (and leaves a replaced 1.1 entry with none).
+    if (role == kActivity11 || slot.got == nullptr) slot = registered;
 }
 
 void LoadTest::enable(int p, int pair, std::mt19937& rng) {
@@ -545,28 +529,23 @@ TEST_F(LoadTest, ManyProcessesEventsDeathsAndFaults) {
             lastLegacy[{call.args[0], call.args[1]}] = call.entry;
         }
     }
-    std::map<std::string, bool> libraryOn;  // "activity,type" -> on after the last command
-    for (const auto& command : simulated_zel::commands()) {
-        if (command.name == "ar-off") libraryOn[command.param] = false;
-        if (command.name != "ar-on") continue;
-        for (auto& [pair, on] : libraryOn) on = false;
-        size_t start = 0;
-        while (start < command.param.size()) {
-            size_t end = command.param.find(';', start);
-            std::string entry = command.param.substr(start, end - start);
-            size_t second = entry.find(',', entry.find(',') + 1);
-            libraryOn[entry.substr(0, second)] = true;
-            start = end + 1;
-        }
-    }
     for (int pair = 0; pair < kPairs; ++pair) {
         const uint32_t a = pairActivity(pair), t = pairType(pair);
-        if ((kLibraryMask >> a) & 1) {
-            EXPECT_FALSE(libraryOn[std::to_string(a) + "," + std::to_string(t)]) << a << "," << t;
-        } else {
+        if (((kLibraryMask >> a) & 1) == 0) {
             EXPECT_EQ("disable_activity_event", (lastLegacy[{a, t}])) << a << "," << t;
         }
     }
+    std::set<std::string> libraryOn;  // "activity,type": each "ar-on" names every pair on
+    for (const auto& command : simulated_zel::commands()) {
+        if (command.name == "ar-off") libraryOn.erase(command.param);
+        if (command.name != "ar-on") continue;
+        libraryOn.clear();
+        std::istringstream entries(command.param);
+        for (std::string entry; std::getline(entries, entry, ';');) {
+            libraryOn.insert(entry.substr(0, entry.find(',', entry.find(',') + 1)));
+        }
+    }
+    EXPECT_EQ(std::set<std::string>{}, libraryOn);
 
     printf("load: %d operations, %d plain + %d client-library + %d extended + %d environment "
            "batches, %d malformed, %zu deliveries, %d deaths, %zu clients died in a delivery\n",

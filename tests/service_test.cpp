@@ -17,9 +17,7 @@
 namespace {
 
 using artest::fetchService;
-using artest::LoggedOnce;
-using artest::NotLogged;
-using simulated_legacy::Side;
+using Lines = std::vector<std::string>;
 using ::vendor::quarn::hardware::activity_recognition::V1_1::implementation::ActivityInterface;
 
 constexpr char kTag[] = "AR_impl_Act";
@@ -40,8 +38,7 @@ TEST_F(ServiceTest, AllocationFailureSkipsTheOpenLineAndLeavesTheDeviceOpen) {
     SKIP_WITHOUT_FAILING_NEW();
     artest::failNextNothrowNew();
     EXPECT_EQ(nullptr, fetchService());
-    EXPECT_TRUE(LoggedOnce(log, ANDROID_LOG_ERROR, kTag, "iface new failed"));
-    EXPECT_TRUE(NotLogged(log, kTag, "activity_recognition_impl"));
+    EXPECT_EQ(Lines{"6 iface new failed"}, log.withTag(kTag));  // and no line of the open
     EXPECT_EQ(1, countCalls("open"));
     EXPECT_EQ(0, simulated_legacy::closeCount());
 }
@@ -51,31 +48,15 @@ TEST_F(ServiceTest, InterfaceAllocationFailureAnswersNullAndRetries) {
     auto service = fetchService();
     ASSERT_NE(nullptr, service);
     artest::failNextNothrowNew();
+    log.clear();
     EXPECT_EQ(nullptr, service->getActivityInterfaceV1_1().withDefault(nullptr));
-    EXPECT_TRUE(LoggedOnce(log, ANDROID_LOG_ERROR, kTag,
-                           "getActivityInterfaceV1_1 mActivityInterface new failed"));
     artest::failNextNothrowNew();
     EXPECT_EQ(nullptr, service->getEnvironmentInterfaceV1_1().withDefault(nullptr));
-    EXPECT_TRUE(LoggedOnce(log, ANDROID_LOG_ERROR, kTag,
-                           "getEnvironmentInterfaceV1_1 mEnvironmentInterface new failed"));
+    EXPECT_EQ((Lines{"6 getActivityInterfaceV1_1 mActivityInterface new failed",
+                     "6 getEnvironmentInterfaceV1_1 mEnvironmentInterface new failed"}),
+              log.withTag(kTag));
     EXPECT_NE(nullptr, service->getActivityInterfaceV1_1().withDefault(nullptr));
     EXPECT_NE(nullptr, service->getEnvironmentInterfaceV1_1().withDefault(nullptr));
-}
-
-// The absence of a table is not remembered: every getter asks the device again. (The log lines,
-// the 1.0 getters' own line and the table that appears later: missing-tables.scenario.)
-TEST_F(ServiceTest, MissingTablesAreAskedForAgain) {
-    simulated_legacy::setTableAvailable(Side::kActivity, false);
-    simulated_legacy::setTableAvailable(Side::kEnvironment, false);
-    auto service = fetchService();
-    ASSERT_NE(nullptr, service);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(nullptr, service->getActivityInterface().withDefault(nullptr));
-        EXPECT_EQ(nullptr, service->getEnvironmentInterface().withDefault(nullptr));
-        EXPECT_EQ(nullptr, service->getEnvironmentInterfaceV1_1().withDefault(nullptr));
-    }
-    EXPECT_EQ(2, countCalls("get_activity_interface"));
-    EXPECT_EQ(4, countCalls("get_environment_interface"));
 }
 
 // Run under ThreadSanitizer: while the first caller creates the interface, the others test it

@@ -97,22 +97,13 @@ class Client : public ar::V1_1::IActivityChangedCallback {
 
 inline activity_event event(uint32_t type, uint32_t activity, int64_t timestamp,
                             int32_t confidence = 0) {
-    return {.event_type = type,
-            .activity = activity,
-            .timestamp = timestamp,
-            .confidence = confidence};
+    return {type, activity, timestamp, confidence};
 }
 
 // A legacy batch delivered on a thread acting as process `pid`.
 inline void report(int pid, std::vector<activity_event> events) {
     ScopedCallingIdentity guard(pid);
     simulated_legacy::reportActivities(events.data(), static_cast<int>(events.size()));
-}
-
-inline void setLegacyState(std::vector<ar_context_event> records) {
-    simulated_legacy::StateAnswer answer;
-    answer.records = std::move(records);
-    simulated_legacy::setStateAnswer(simulated_legacy::Side::kActivity, answer);
 }
 
 // The activity interface created; clients register and call it as processes of their own.

@@ -61,52 +61,6 @@ class ZelActivityTest : public ActivityTest {
         ActivityTest::SetUp();
         below();
     }
-
-    int32_t enableExtend(int pid, uint32_t a, uint32_t e, int64_t latency, const OtherParams& p) {
-        ScopedCallingIdentity guard(pid);
-        return iface->enableActivityEventExtend(a, e, latency, p);
-    }
-
-    // One call of a client process in an enable or disable table, with its answer and what it
-    // sent below; made by the named steps below.
-    struct Step {
-        enum class Op { kEnable, kExtend, kDisable } op;
-        int pid;
-        uint32_t activity, eventType;
-        int64_t latency;
-        double first;  // the first of the extended request's parameters (the others are 0)
-        Lines below;
-        int32_t result = 0;
-        // The same call, answering a failure.
-        Step fails() const {
-            Step failed = *this;
-            failed.result = 1;
-            return failed;
-        }
-    };
-    static Step on(int pid, uint32_t a, uint32_t e, int64_t latency, Lines below) {
-        return {Step::Op::kEnable, pid, a, e, latency, 0, std::move(below)};
-    }
-    static Step onExtended(int pid, uint32_t a, uint32_t e, int64_t latency, double first,
-                           Lines below) {
-        return {Step::Op::kExtend, pid, a, e, latency, first, std::move(below)};
-    }
-    static Step off(int pid, uint32_t a, uint32_t e, Lines below) {
-        return {Step::Op::kDisable, pid, a, e, 0, 0, std::move(below)};
-    }
-    void run(const std::vector<Step>& steps) {
-        for (size_t i = 0; i < steps.size(); ++i) {
-            const Step& s = steps[i];
-            SCOPED_TRACE("step " + std::to_string(i));
-            const int32_t result =
-                    s.op == Step::Op::kEnable   ? enable(s.pid, s.activity, s.eventType, s.latency)
-                    : s.op == Step::Op::kExtend ? enableExtend(s.pid, s.activity, s.eventType,
-                                                               s.latency, params(s.first))
-                                                : disable(s.pid, s.activity, s.eventType);
-            EXPECT_EQ(s.result, result);
-            EXPECT_EQ(s.below, below());
-        }
-    }
 };
 
 }  // namespace artest

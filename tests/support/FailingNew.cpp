@@ -19,22 +19,16 @@ std::atomic<int> gCountdown{-1};
 }
 }  // namespace
 
+bool canFailNothrowNew() {
 #ifdef AR_NO_FAILING_NEW
-bool canFailNothrowNew() {
     return false;
-}
 #else
-bool canFailNothrowNew() {
     return true;
-}
 #endif
+}
 
 void failNextNothrowNew(int skip) {
     gCountdown = skip;
-}
-
-void resetNothrowNew() {
-    gCountdown = -1;
 }
 
 }  // namespace artest

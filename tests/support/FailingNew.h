@@ -13,8 +13,6 @@ bool canFailNothrowNew();
 
 // Makes the next non-throwing allocation, after `skip` successful ones, answer null.
 void failNextNothrowNew(int skip = 0);
-// Disarms a pending failure.
-void resetNothrowNew();
 
 }  // namespace artest
 

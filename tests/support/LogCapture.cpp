@@ -3,7 +3,6 @@
 #include <android/log.h>
 
 #include <mutex>
-#include <sstream>
 
 namespace artest {
 namespace {
@@ -16,14 +15,6 @@ void captureLogger(const struct __android_logger_data* data, const char* message
     if (gLines != nullptr) {
         gLines->push_back({data->priority, data->tag ? data->tag : "", message ? message : ""});
     }
-}
-
-std::string describe(const std::vector<LogLine>& lines) {
-    std::ostringstream out;
-    for (const LogLine& line : lines) {
-        out << "\n  " << line.priority << " " << line.tag << ": " << line.message;
-    }
-    return out.str();
 }
 
 }  // namespace
@@ -63,36 +54,12 @@ int LogCapture::count(int priority, const std::string& tag, const std::string& m
     return n;
 }
 
-int LogCapture::countContaining(const std::string& tag, const std::string& part) const {
-    int n = 0;
-    for (const LogLine& line : lines()) {
-        n += line.tag == tag && line.message.find(part) != std::string::npos;
-    }
-    return n;
-}
-
 std::vector<std::string> LogCapture::withTag(const std::string& tag) const {
     std::vector<std::string> out;
     for (const LogLine& line : lines()) {
         if (line.tag == tag) out.push_back(std::to_string(line.priority) + " " + line.message);
     }
     return out;
-}
-
-::testing::AssertionResult LoggedOnce(const LogCapture& log, int priority, const std::string& tag,
-                                      const std::string& message) {
-    int n = log.count(priority, tag, message);
-    if (n == 1) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure()
-           << "expected once, found " << n << ": " << priority << " " << tag << ": " << message
-           << "\ncaptured:" << describe(log.lines());
-}
-
-::testing::AssertionResult NotLogged(const LogCapture& log, const std::string& tag,
-                                     const std::string& part) {
-    if (log.countContaining(tag, part) == 0) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure()
-           << "unexpected line containing \"" << part << "\":" << describe(log.lines());
 }
 
 }  // namespace artest

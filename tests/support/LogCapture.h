@@ -1,8 +1,6 @@
 // Captures the platform log of the test process through liblog's logger hook.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
@@ -24,17 +22,8 @@ class LogCapture {
     void clear();
     // Number of captured lines equal to (priority, tag, message).
     int count(int priority, const std::string& tag, const std::string& message) const;
-    // Number of captured lines with this tag whose message contains `part`.
-    int countContaining(const std::string& tag, const std::string& part) const;
     // Lines with this tag, formatted as "P message", for readable failure output.
     std::vector<std::string> withTag(const std::string& tag) const;
 };
-
-// Exactly one line equal to (priority, tag, message).
-::testing::AssertionResult LoggedOnce(const LogCapture& log, int priority, const std::string& tag,
-                                      const std::string& message);
-// No line with this tag contains `part`.
-::testing::AssertionResult NotLogged(const LogCapture& log, const std::string& tag,
-                                     const std::string& part);
 
 }  // namespace artest

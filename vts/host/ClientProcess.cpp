@@ -18,12 +18,7 @@ namespace {
 constexpr pid_t kDyingClientPid = 4242;
 
 ar_context_event record(uint32_t activity, int64_t timestamp) {
-    ar_context_event event{};
-    event.event_type = 1;
-    event.activity = activity;
-    event.timestamp = timestamp;
-    event.confidence = 90;
-    return event;
+    return {1, activity, timestamp, 90, 0, {}};
 }
 
 // Activities numbered by their place in the supported list, as the legacy modules do; activity 3
