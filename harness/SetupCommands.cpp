@@ -14,6 +14,19 @@ namespace {
 
 constexpr char kLibrary[] = "vendor.quarn.hardware.activity_recognition@1.1-impl.so";
 
+// The service this process hosts, from the first start that got one. The HAL allows one activity
+// and one environment interface a process, so later runs in the process (a program may feed the
+// runner many scenarios) use the same object, and no other instance.
+struct HostedService {
+    std::string instance;
+    ::android::sp<ar::V1_1::IActivityRecognition> service;
+};
+
+HostedService& hostedService() {
+    static auto* hosted = new HostedService();
+    return *hosted;
+}
+
 }  // namespace
 
 // property NAME VALUE
@@ -220,14 +233,25 @@ bool Runner::start(const Args& args) {
     auto fetch = reinterpret_cast<Fetch>(dlsym(handle, kEntryPoint));
     if (fetch == nullptr) return fail(std::string("the HAL exports no entry point: ") + dlerror());
     if (!loadZel()) return false;
+    std::string instance = args.size() == 2 ? args[1] : "default";
+    HostedService& hosted = hostedService();
+    if (hosted.service != nullptr && instance != hosted.instance) {
+        return fail("this process hosts the service of " + quoteToken(hosted.instance) +
+                    " already: a second service would be a second activity interface");
+    }
     mStarted = true;
     mStartLine = mLine;
-    std::string instance = args.size() == 2 ? args[1] : "default";
     ClientState host;
     host.name = "host";
     host.pid = kHostPid;
-    traceCall(host, kEntryPoint, quoteToken(instance));
-    mService = fetch(instance.c_str());
+    if (hosted.service != nullptr) {
+        note("setup", "the service that an earlier run in this process loaded");
+        mService = hosted.service;
+    } else {
+        traceCall(host, kEntryPoint, quoteToken(instance));
+        mService = fetch(instance.c_str());
+        if (mService != nullptr) hosted = {instance, mService};
+    }
     mModule->flush();
     Result result;
     result.type = Result::Type::kWord;
