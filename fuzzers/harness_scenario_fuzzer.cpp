@@ -26,9 +26,9 @@ constexpr char kHostSetUp[] =
         "zel library present\n"
         "start\n"
         "client activity pid=1 version=1.1 activity\n"
-        "activity connect\n"
+        "activity register\n"
         "client environment pid=1 version=1.1 environment\n"
-        "environment connect\n";
+        "environment register\n";
 
 arharness::Runner::Summary runScenario(arharness::Runner* runner, const std::string& name,
                                        const std::string& text) {
