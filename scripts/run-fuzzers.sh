@@ -33,9 +33,10 @@ for fuzzer in "${fuzzers[@]}"; do
     rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")
     echo "$fuzzer: ${runs:-?} executions, ${rate:-?} per second, in ${seconds} s"
   else
-    echo "$fuzzer: FAILED"
+    echo "$fuzzer: FAILED (the input that failed and the whole log are kept in $work)"
     tail -60 "$log"
     status=1
+    continue
   fi
   rm -rf "$work"
 done
