@@ -32,8 +32,8 @@ const std::vector<Runner::Command>& Runner::commands() {
             {"zel notify", "RECORD... [status=N] [bytes=N] [repeat=N] [null] [as=PID] [nostate]",
              "the library calls the HAL's notification function from its own thread",
              &Runner::zelNotify},
-            {"start", "[INSTANCE]", "loads the HAL and calls its entry point; once a run",
-             &Runner::start},
+            {"start", "[INSTANCE]",
+             "gets the service through getService, which loads the HAL; once a run", &Runner::start},
             {"client",
              "NAME pid=PID version=1.0|1.1 activity|environment [link=ok|refuse|error] "
              "[calls=ok|fail]",

@@ -1,7 +1,7 @@
 // Set-up commands: system properties, what the module and the client library answer, the start
 // of the service, and the clients.
 #include <android-base/properties.h>
-#include <dlfcn.h>
+#include <hidl/ServiceManagement.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -10,24 +10,6 @@
 #include "Runner.h"
 
 namespace arharness {
-namespace {
-
-constexpr char kLibrary[] = "vendor.quarn.hardware.activity_recognition@1.1-impl.so";
-
-// The service this process hosts, from the first start that got one. The HAL allows one activity
-// and one environment interface a process, so later runs in the process (a program may feed the
-// runner many scenarios) use the same object, and no other instance.
-struct HostedService {
-    std::string instance;
-    ::android::sp<ar::V1_1::IActivityRecognition> service;
-};
-
-HostedService& hostedService() {
-    static auto* hosted = new HostedService();
-    return *hosted;
-}
-
-}  // namespace
 
 // property NAME VALUE
 bool Runner::property(const Args& args) {
@@ -220,38 +202,30 @@ bool Runner::zelResult(const Args& args) {
     return true;
 }
 
-// start [INSTANCE]: what the service host does when the service is first asked for.
+// start [INSTANCE]: what the service host does when the service is first asked for. The HAL is
+// found through getService, the passthrough lookup, which calls the library's entry point: the
+// trace shows that call. A null answer is the entry point's, unless no library could be found
+// (getService has said on stderr where it looked).
 bool Runner::start(const Args& args) {
     if (args.size() > 2) return failUsage();
     if (mStarted) {
         return fail("the service was already started at line " + std::to_string(mStartLine) +
                     "; a run starts it once");
     }
-    void* handle = dlopen(kLibrary, RTLD_NOW);
-    if (handle == nullptr) return fail(std::string("cannot load the HAL: ") + dlerror());
-    using Fetch = ar::V1_1::IActivityRecognition* (*)(const char*);
-    auto fetch = reinterpret_cast<Fetch>(dlsym(handle, kEntryPoint));
-    if (fetch == nullptr) return fail(std::string("the HAL exports no entry point: ") + dlerror());
     if (!loadZel()) return false;
     std::string instance = args.size() == 2 ? args[1] : "default";
-    HostedService& hosted = hostedService();
-    if (hosted.service != nullptr && instance != hosted.instance) {
-        return fail("this process hosts the service of " + quoteToken(hosted.instance) +
-                    " already: a second service would be a second activity interface");
-    }
-    mStarted = true;
-    mStartLine = mLine;
     ClientState host;
     host.name = "host";
     host.pid = kHostPid;
-    if (hosted.service != nullptr) {
-        note("setup", "the service that an earlier run in this process loaded");
-        mService = hosted.service;
-    } else {
-        traceCall(host, kEntryPoint, quoteToken(instance));
-        mService = fetch(instance.c_str());
-        if (mService != nullptr) hosted = {instance, mService};
+    traceCall(host, kEntryPoint, quoteToken(instance));
+    mService = ar::V1_1::IActivityRecognition::getService(instance);
+    if (mService == nullptr &&
+        ::android::hardware::getAllHalInstanceNames(ar::V1_1::IActivityRecognition::descriptor)
+                .empty()) {
+        return fail("getService found no HAL library on the passthrough search path");
     }
+    mStarted = true;
+    mStartLine = mLine;
     mModule->flush();
     Result result;
     result.type = Result::Type::kWord;

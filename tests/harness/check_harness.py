@@ -61,7 +61,20 @@ CASES = {
               "!expect NAME nothing", r"^-:3: no command 'zell'\n    did you mean: zel$"], "text"),
     "missing_file": (["/nonexistent/x.scenario"], None, None, 2, [r"cannot read"], "text"),
     "bad_option": (["--colour"], None, None, 2, [r"unexpected argument '--colour'"], "text"),
+    # start finds the HAL through getService's search path, which `module absent` (the module
+    # loader's path) leaves alone.
+    "library_missing": (["{file}"], "start\n", None, 2, [
+        r'^getService: no vendor\.quarn\.hardware\.activity_recognition@1\.1-impl\.so .* in '
+        r'HIDL_PASSTHROUGH_PATH="/nonexistent"$',
+        r"^\S*library_missing\.scenario:1: getService found no HAL library"], "text"),
+    "library_path_module_absent": (["{file}"], "module absent\nstart\nexpect result null\n"
+                                   "expect log-containing E AR_impl_Act hw_get_module\n",
+                                   None, 0, ["!getService"], "text"),
 }
+
+# Variables a case runs with ({lib}: the build's library folder, next to the harness's bin/).
+ENVIRONMENTS = {"library_missing": {"HIDL_PASSTHROUGH_PATH": "/nonexistent"},
+                "library_path_module_absent": {"HIDL_PASSTHROUGH_PATH": "{lib}"}}
 
 
 # The summary that ends the JSON Lines trace of a case: expectations held, failed, errors.
@@ -185,8 +198,11 @@ def main():
         if text is not None:
             with open(path, "w") as out:
                 out.write(text)
+        lib = os.path.join(os.path.dirname(os.path.abspath(harness)), os.pardir, "lib")
+        env = dict(os.environ, **{k: v.format(lib=lib) for k, v in
+                                  ENVIRONMENTS.get(name, {}).items()})
         run = subprocess.run([harness] + [a.format(file=path) for a in args], input=stdin or "",
-                             capture_output=True, text=True, timeout=120)
+                             capture_output=True, text=True, timeout=120, env=env)
     problems = []
     if run.returncode != status:
         problems.append("exit status %d, expected %d" % (run.returncode, status))
