@@ -31,15 +31,26 @@ class AsClient {
 
 }  // namespace
 
-// kill NAME: the client's process dies. Every object of the process is dead at once; then each
-// recipient linked to one of them hears of it, on the host's binder thread.
+// kill NAME: the client's process dies.
 bool Runner::kill(const Args& args) {
     if (args.size() != 2) return failUsage();
     Client* victim = findClient(args[1]);
     if (victim == nullptr) return fail("no client " + args[1]);
     if (victim->state->dead) return fail(args[1] + " is dead already");
-    pid_t pid = victim->state->pid;
-    mDeathLines[pid] = mLine;
+    mDeathLines[victim->state->pid] = mLine;
+    killProcess(victim->state->pid);
+    return true;
+}
+
+void Runner::endProcesses() {
+    for (const Client& client : mClients) {
+        if (!client.state->dead) killProcess(client.state->pid);
+    }
+}
+
+// Every object of the process is dead at once; then each recipient linked to one of them hears
+// of it, on the host's binder thread.
+void Runner::killProcess(pid_t pid) {
     std::vector<Client*> process;
     for (Client& client : mClients) {
         if (client.state->pid == pid && !client.state->dead) {
@@ -66,7 +77,6 @@ bool Runner::kill(const Args& args) {
         note("death", "process " + std::to_string(pid) +
                               " died; nothing was linked to the death of its objects");
     }
-    return true;
 }
 
 std::string Runner::interfaceName(const void* object) {

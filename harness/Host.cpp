@@ -49,4 +49,15 @@ Runner* startHost(FILE* out, Format format) {
     return gRunner;
 }
 
+Runner* freshRunner() {
+    gRunner->endProcesses();
+    delete gRunner;
+    unsetenv("HAL_LIBRARY_PATH");
+    gModule->reset();
+    gZel->reset();
+    gTrace->beginStep();
+    gRunner = new Runner(gTrace, gModule, gZel);
+    return gRunner;
+}
+
 }  // namespace arharness

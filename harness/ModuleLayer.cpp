@@ -69,6 +69,15 @@ void ModuleLayer::install() {
     for (const std::string& entry : entries()) sim::setHook(entry, [this] { flush(); });
 }
 
+void ModuleLayer::reset() {
+    sim::reset();
+    install();
+    mSeen = 0;
+    mResults.clear();
+    mTables[0] = mTables[1] = true;
+    mListCounts[0] = mListCounts[1] = mStateCounts[0] = mStateCounts[1] = 0;
+}
+
 bool ModuleLayer::isEntry(const std::string& entry) {
     const auto& all = entries();
     return std::find(all.begin(), all.end(), entry) != all.end();

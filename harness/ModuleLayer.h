@@ -30,6 +30,9 @@ class ModuleLayer {
     void install();
     // Traces the calls that were recorded but not yet traced.
     void flush();
+    // Back to the module's defaults, with no call recorded (the HAL's registrations stay), for
+    // the next run in the same process.
+    void reset();
 
     static bool isEntry(const std::string& entry);
     // Entries whose answer is a plain result code (setResult applies).

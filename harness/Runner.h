@@ -63,6 +63,9 @@ class Runner {
     // Runs a scenario to its end, to the first scenario error (unless interactive) or to the
     // line bound, reporting errors as FILE:LINE: message, and ends the trace with its summary.
     Summary run(const std::string& name, std::istream& in, const Options& options);
+    // The processes of the run's clients end, as when the run is over and the host lives on:
+    // the HAL hears of every death it is linked to, and keeps no client of the run.
+    void endProcesses();
 
   private:
     static constexpr char kEntryPoint[] = "HIDL_FETCH_IActivityRecognition";
@@ -120,6 +123,7 @@ class Runner {
 
     // ---- client calls (ClientCalls.cpp) ----
     bool kill(const Args& args);
+    void killProcess(pid_t pid);
     bool clientCall(const Args& args);
     // `invoke` makes the call and puts what it answered into the Result it is given.
     template <typename Invoke>
@@ -182,5 +186,10 @@ class Runner {
 // simulated lower layers below the HAL. Answers the runner above them; a program that runs many
 // scenarios (a fuzzer, say) starts the host once and feeds the runner.
 Runner* startHost(FILE* out, Format format);
+// For the next of many scenarios in one process, after startHost: the last run's client
+// processes end, and a fresh runner begins, with the simulated layers back to their defaults as
+// far as their controls go. The HAL keeps its state, as in a service host that lives on, and
+// `start` answers the service loaded before.
+Runner* freshRunner();
 
 }  // namespace arharness

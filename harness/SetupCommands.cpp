@@ -208,6 +208,17 @@ bool Runner::zelResult(const Args& args) {
 // (getService has said on stderr where it looked).
 bool Runner::start(const Args& args) {
     if (args.size() > 2) return failUsage();
+    // The instance this process hosts, named by its first start. The HAL allows one activity and
+    // one environment interface a process, and getService answers another instance with a second
+    // service object: later runs in the process (a program may feed the runner many scenarios)
+    // start the same.
+    static auto* hosted = new std::string();
+    const std::string named = args.size() == 2 ? args[1] : "default";
+    if (hosted->empty()) *hosted = named;
+    if (!mStarted && named != *hosted) {
+        return fail("this process hosts the service of " + quoteToken(*hosted) +
+                    " already: another would be a second activity interface");
+    }
     if (mStarted) {
         return fail("the service was already started at line " + std::to_string(mStartLine) +
                     "; a run starts it once");

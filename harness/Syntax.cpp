@@ -450,6 +450,18 @@ std::string jsonString(const std::string& text) {
     return json + "\"";
 }
 
+namespace {
+int32_t gBatchLimit = kMaxBatch;
+}  // namespace
+
+int32_t batchLimit() {
+    return gBatchLimit;
+}
+
+void setBatchLimit(int32_t records) {
+    gBatchLimit = records;
+}
+
 bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, const char* allowed,
                        Fields fields, bool names, BatchOptions* batch, std::string* error) {
     const std::vector<std::string> options = splitWords(allowed);
@@ -463,7 +475,7 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
             *error = std::string("bad ") + what + " '" + token + "'" + hint;
             return false;
         };
-        const std::string limit = " (at most " + std::to_string(kMaxBatch) + ")";
+        const std::string limit = " (at most " + std::to_string(batchLimit()) + ")";
         if (option == options.end()) {
             if (names) {
                 batch->names.push_back(token);
@@ -483,7 +495,7 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
             batch->records.push_back(record);
         } else if (*option == "count=") {
             if (!parseInt32(value, &batch->count)) return bad("count");
-            if (batch->count > kMaxBatch) return bad("count", limit);
+            if (batch->count > batchLimit()) return bad("count", limit);
             batch->hasCount = true;
         } else if (*option == "repeat=") {
             if (!parseInt32(value, &batch->repeat) || batch->repeat < 1 || batch->repeat > 10000) {
@@ -493,7 +505,7 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
             if (!parseInt32(value, &batch->status)) return bad("status");
         } else if (*option == "bytes=") {
             if (!parseInt32(value, &batch->bytes)) return bad("byte length");
-            if (batch->bytes > kMaxBatch) return bad("byte length", limit);
+            if (batch->bytes > batchLimit()) return bad("byte length", limit);
             batch->hasBytes = true;
         } else if (*option == "as=") {
             if (!parseInt32(value, &batch->pid)) return bad("pid");
@@ -501,8 +513,8 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
             (*option == "null" ? batch->null : batch->noState) = true;
         }
     }
-    if (batch->records.size() * batch->repeat > static_cast<size_t>(kMaxBatch)) {
-        *error = "a batch holds at most " + std::to_string(kMaxBatch) + " records";
+    if (batch->records.size() * batch->repeat > static_cast<size_t>(batchLimit())) {
+        *error = "a batch holds at most " + std::to_string(batchLimit()) + " records";
         return false;
     }
     return true;

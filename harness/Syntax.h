@@ -73,8 +73,11 @@ std::string jsonString(const std::string& text);
 // records (or, where `names` is asked for, names), and the options that `allowed` lists, out of
 // count=N, repeat=N (1 to 10000), status=N, bytes=N, as=PID, null and nostate. Records with an x
 // longer than the 32 bytes of a legacy record are refused, and so are batches, counts and byte
-// lengths beyond kMaxBatch, which would only exhaust the memory.
+// lengths beyond batchLimit(), which would only exhaust the memory.
 constexpr int32_t kMaxBatch = 100000;
+// kMaxBatch, unless a program that runs many scenarios (a fuzzer) lowers it to keep each fast.
+int32_t batchLimit();
+void setBatchLimit(int32_t records);
 struct BatchOptions {
     std::vector<Record> records;
     std::vector<std::string> names;

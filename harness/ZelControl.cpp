@@ -9,9 +9,13 @@ bool notifyAs(int32_t status, int32_t byteLength, const std::vector<int32_t>& da
 }
 
 const arharness::ZelControl kControl = {
-        simulated_zel::setConfig,    simulated_zel::setStatusRecords,
-        simulated_zel::queueResults, simulated_zel::setCommandResult,
-        simulated_zel::calls,        notifyAs,
+        simulated_zel::setConfig,
+        simulated_zel::setStatusRecords,
+        simulated_zel::queueResults,
+        simulated_zel::setCommandResult,
+        simulated_zel::calls,
+        simulated_zel::reset,
+        notifyAs,
 };
 
 }  // namespace

@@ -19,6 +19,7 @@ struct ZelControl {
     void (*queueResults)(simulated_zel::Entry entry, std::vector<int32_t> results);
     void (*setCommandResult)(const std::string& command, int32_t code);
     std::vector<simulated_zel::Call> (*calls)();
+    void (*reset)();
     // Calls the registered notification function from the library's thread, acting as `pid`
     // (or with no thread state); false when none is registered.
     bool (*notify)(int32_t status, int32_t byteLength, const std::vector<int32_t>& data, pid_t pid,

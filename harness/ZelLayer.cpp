@@ -52,6 +52,12 @@ bool ZelLayer::load(std::string* error) {
     return true;
 }
 
+void ZelLayer::reset() {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (mControl != nullptr) mControl->reset();
+    mSeen = 0;
+}
+
 void ZelLayer::flush() {
     if (mControl == nullptr) return;
     std::lock_guard<std::mutex> guard(mLock);

@@ -30,6 +30,9 @@ class ZelLayer {
 
     // Traces the calls made into the library that were not yet traced. Safe from any thread.
     void flush();
+    // Back to the library's defaults, with no call recorded, for the next run in the same
+    // process. The variant stays: a process loads the library once.
+    void reset();
 
   private:
     Trace* mTrace;

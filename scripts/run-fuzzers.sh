@@ -21,15 +21,22 @@ status=0
 for fuzzer in "${fuzzers[@]}"; do
   work=$(mktemp -d)
   log="$work/log"
+  corpus=("$root/fuzzers/corpus/$fuzzer")
+  # The harness's scenario fuzzer also starts from the example and test scenarios, where they live.
+  if [[ $fuzzer == harness_scenario_fuzzer ]]; then
+    corpus+=("$root/harness/scenarios" "$root/tests/scenarios")
+  fi
+  # The targets' own output (the harness's scenario errors) is dropped; reports still come.
   if "$dir/bin/$fuzzer" -max_total_time="$seconds" -print_final_stats=1 -timeout=10 \
-      -artifact_prefix="$work/" "$work" "$root/fuzzers/corpus/$fuzzer" >"$log" 2>&1; then
+      -close_fd_mask=3 -artifact_prefix="$work/" "$work" "${corpus[@]}" >"$log" 2>&1; then
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")
     echo "$fuzzer: ${runs:-?} executions, ${rate:-?} per second, in ${seconds} s"
   else
-    echo "$fuzzer: FAILED"
+    echo "$fuzzer: FAILED (the input that failed and the whole log are kept in $work)"
     tail -60 "$log"
     status=1
+    continue
   fi
   rm -rf "$work"
 done
