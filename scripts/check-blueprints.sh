@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Gates of the device build files: scripts/check-blueprints.sh format|sources
+# Gates of the device build files: scripts/check-blueprints.sh format|sources|links LIST [BP...]
 #   format   bpfmt reports no change for any Android.bp of the tree.
 #   sources  the library module lists every impl/*.cpp, each package module every .hal of its
 #            folder, and neither lists a file that does not exist; the library's cflags are the
@@ -10,6 +10,11 @@
 #            declares compile_multilib: "64"; the device package's modules (service and
 #            conformance test) list their sources, are 64-bit, and name an init script and
 #            manifest fragment that exist.
+#   links    every shared_libs entry of a vendor module (vendor, soc_specific or proprietary: true)
+#            of the tree's Android.bp files (or of the BP files given) is a library that the
+#            platform lets vendor code link, LLNDK, VNDK-SP or VNDK-core in LIST (lines
+#            "CATEGORY: libname.so", the platform's VNDK list of its API level), or a module of
+#            this tree.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -154,7 +159,62 @@ device_module() {
     done
 }
 
+# vendor_links FILE: "module library" for each shared_libs entry, at any depth, of the vendor
+# modules of FILE.
+vendor_links() {
+    awk '
+        /^[a-z_]+ *\{/ { name = ""; vendor = 0; n = 0; inlist = 0 }
+        match($0, /^    name: *"[^"]*"/) {
+            name = $0; sub(/^    name: *"/, "", name); sub(/".*/, "", name)
+        }
+        /^    (vendor|soc_specific|proprietary): *true/ { vendor = 1 }
+        !inlist && match($0, /^ +shared_libs: *\[/) { inlist = 1; rest = substr($0, RSTART + RLENGTH) }
+        inlist {
+            if (rest == "") rest = $0
+            while (match(rest, /"[^"]*"/)) {
+                libs[++n] = substr(rest, RSTART + 1, RLENGTH - 2); rest = substr(rest, RSTART + RLENGTH)
+            }
+            if (index($0, "]")) inlist = 0
+            rest = ""
+        }
+        /^\}/ && vendor { for (i = 1; i <= n; i++) print name, libs[i] }
+    ' "$1"
+}
+
+# tree_modules: the names of every module of the tree's Android.bp files.
+tree_modules() {
+    local bp
+    git ls-files --cached --others --exclude-standard -- 'Android.bp' '*/Android.bp' |
+        while read -r bp; do
+            [[ -f $bp ]] && sed -n 's/^    name: *"\([^"]*\)".*/\1/p' "$bp"
+        done
+}
+
+# check_links LIST [BP...]: vendor modules link only what LIST allows them or modules of the tree.
+check_links() {
+    local list=$1 bp module lib allowed ours
+    shift
+    [[ -f $list ]] || { fail "no platform library list at $list"; return; }
+    allowed=$(sed -n 's/^\(LLNDK\|VNDK-SP\|VNDK-core\): *\([^ ]*\)\.so *$/\2/p' "$list" | sort -u)
+    [[ -n $allowed ]] || { fail "$list lists no LLNDK, VNDK-SP or VNDK-core library"; return; }
+    ours=$(tree_modules | sort -u)
+    (($#)) || mapfile -t argv < <(git ls-files --cached --others --exclude-standard -- \
+        'Android.bp' '*/Android.bp')
+    for bp in "${@:-${argv[@]}}"; do
+        [[ -f $bp ]] || continue
+        while read -r module lib; do
+            grep -qxF "$lib" <<<"$allowed" || grep -qxF "$lib" <<<"$ours" ||
+                fail "$bp: vendor module $module links $lib, which is neither LLNDK, VNDK-SP" \
+                    "nor VNDK-core in $list nor a module of this tree"
+        done < <(vendor_links "$bp")
+    done
+}
+
 case ${1:-} in
+links)
+    [[ $# -ge 2 ]] || { echo "usage: $0 links LIST [BP...]" >&2; exit 2; }
+    check_links "${@:2}"
+    ;;
 format)
     mapfile -t bps < <(git ls-files --cached --others --exclude-standard -- 'Android.bp' '*/Android.bp')
     ((${#bps[@]})) || { fail "no Android.bp found"; exit 1; }
@@ -212,7 +272,7 @@ sources)
     check_multilib
     ;;
 *)
-    echo "usage: $0 format|sources" >&2
+    echo "usage: $0 format|sources|links LIST [BP...]" >&2
     exit 2
     ;;
 esac
