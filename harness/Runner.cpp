@@ -7,8 +7,9 @@ namespace arharness {
 Runner::Runner(Trace* trace, ModuleLayer* module, ZelLayer* zel)
     : mTrace(trace), mModule(module), mZel(zel) {}
 
+// Messages quote what was written: they go to the terminal escaped.
 bool Runner::fail(const std::string& message) {
-    mError = message;
+    mError = escapeMessage(message);
     return false;
 }
 
@@ -28,7 +29,7 @@ Runner::Summary Runner::run(const std::string& name, std::istream& in, const Opt
     for (int line = 1; options.maxLines == 0 || static_cast<size_t>(line) <= options.maxLines;
          ++line) {
         if (options.interactive) fputs("ar-harness> ", stderr);
-        if (!std::getline(in, text)) break;
+        if (!readLine(in, &text, lineLimit())) break;
         lines = line;
         if (runLine(name, line, text)) continue;
         ++mSummary.errors;
@@ -37,6 +38,9 @@ Runner::Summary Runner::run(const std::string& name, std::istream& in, const Opt
         if (!options.interactive) break;
     }
     if (options.interactive) fputs("\n", stderr);
+    if (mCommandsRun == 0 && mSummary.errors == 0 && !options.interactive) {
+        fprintf(stderr, "%s: empty scenario: no commands\n", escapeText(name).c_str());
+    }
     Event summary("summary", "{held} expectations held, {failed} failed, {errors} scenario errors");
     summary.addNumber("held", mSummary.held).addNumber("failed", mSummary.failed);
     mTrace->setLocation(name, lines);
@@ -53,10 +57,16 @@ bool Runner::runLine(const std::string& file, int line, const std::string& text)
     mLine = line;
     mError.clear();
     mTrace->setLocation(file, line);
+    if (text.size() > lineLimit()) {
+        return fail("a line holds at most " + std::to_string(lineLimit()) +
+                    " bytes; this one holds more");
+    }
     Args args;
     std::string error;
-    if (!tokenize(text, &args, &error)) return fail(error);
+    bool byteOrderMark = line == 1 && text.compare(0, 3, kByteOrderMark) == 0;
+    if (!tokenize(byteOrderMark ? text.substr(3) : text, &args, &error)) return fail(error);
     if (args.empty()) return true;
+    ++mCommandsRun;
     // An expectation looks at the step before it; its check is its line in the trace.
     if (args[0] != "expect" && args[0] != "help") {
         mTrace->beginStep();
@@ -95,25 +105,35 @@ const Runner::Command* Runner::find(const Args& args, size_t* words) {
 }
 
 // A line that no command takes: names the closest commands (and clients), or the forms of the
-// command it begins with.
+// command it begins with and the closest of their second words.
 bool Runner::unknown(const Args& args) {
     bool expectation = args[0] == "expect" && args.size() > 1;
     size_t at = expectation ? 1 : 0;
     std::vector<std::string> known;
     std::vector<std::string> forms;
+    std::vector<std::string> seconds;
     for (const Command& command : commands()) {
         Args name = splitWords(command.name);
-        if (name[0] == args[0] && !expectation) forms.push_back(form(command));
+        if (name[0] == args[0] && !expectation) {
+            forms.push_back(form(command));
+            if (name.size() > 1) seconds.push_back(name[1]);
+        }
         if (name.size() > at && name[at] != "NAME" && (!expectation || name[0] == "expect")) {
             known.push_back(name[at]);
         }
     }
-    if (!forms.empty()) return fail("usage: " + join(forms, " | "));
+    if (!forms.empty()) {
+        std::vector<std::string> closest =
+                args.size() > 1 ? closestWords(args[1], seconds) : std::vector<std::string>();
+        for (std::string& second : closest) second = args[0] + " " + second;
+        return fail("usage: " + join(forms, " | ") +
+                    (closest.empty() ? "" : "\n    did you mean: " + join(closest, ", ")));
+    }
     for (const Client& client : mClients) known.push_back(client.state->name);
     const std::string& word = args[at];
-    return fail((expectation ? "expect what? '" + word +
-                                       "' is neither a kind of expectation nor a client"
-                             : "unknown command or client '" + word + "'") +
+    return fail((expectation ? "expect what? " + quoteWord(word) +
+                                       " is neither a kind of expectation nor a client"
+                             : "unknown command or client " + quoteWord(word)) +
                 suggestions(word, known));
 }
 
@@ -150,7 +170,7 @@ bool Runner::help(const Args& args) {
     if (printHelp(stderr, topic)) return true;
     std::vector<std::string> known;
     for (const Command& command : commands()) known.push_back(splitWords(command.name)[0]);
-    return fail("no command '" + join(topic, " ") + "'" + suggestions(topic[0], known));
+    return fail("no command " + quoteWord(join(topic, " ")) + suggestions(topic[0], known));
 }
 
 bool Runner::printHelp(FILE* out, const Args& topic) {

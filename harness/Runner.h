@@ -172,6 +172,7 @@ class Runner {
     const Command* mCommand = nullptr;
     Args mCommandWords;  // the words that selected it
     Summary mSummary;
+    int mCommandsRun = 0;
 
     bool mStarted = false;
     int mStartLine = 0;

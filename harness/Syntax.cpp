@@ -57,11 +57,11 @@ bool parseDoubles(const std::string& text, double* out, std::string* error) {
         size_t end = text.find(':', start);
         std::string part = text.substr(start, end == std::string::npos ? end : end - start);
         if (i >= 4) {
-            *error = "p takes at most four numbers: " + text;
+            *error = "p takes at most four numbers: " + quoteWord(text);
             return false;
         }
         if (!parseDouble(part, &out[i])) {
-            *error = "not a number in p: '" + part + "'";
+            *error = "not a number in p: " + quoteWord(part);
             return false;
         }
         if (end == std::string::npos) return true;
@@ -77,7 +77,47 @@ bool needsQuotes(const std::string& text) {
     return false;
 }
 
+size_t gLineLimit = kMaxLineBytes;
+
+// A byte as escapeText shows it.
+void appendEscaped(std::string* out, unsigned char c) {
+    if (c == '\n') {
+        *out += "\\n";
+    } else if (c == '\t') {
+        *out += "\\t";
+    } else if (c < ' ' || c >= 0x7f) {
+        char buffer[8];
+        snprintf(buffer, sizeof(buffer), "\\x%02x", c);
+        *out += buffer;
+    } else {
+        *out += static_cast<char>(c);
+    }
+}
+
 }  // namespace
+
+// ---- lines ----
+
+size_t lineLimit() {
+    return gLineLimit;
+}
+
+void setLineLimit(size_t bytes) {
+    gLineLimit = bytes;
+}
+
+bool readLine(std::istream& in, std::string* line, size_t limit) {
+    line->clear();
+    std::streambuf* buffer = in.rdbuf();
+    bool any = false;
+    for (int c; (c = buffer->sbumpc()) != std::char_traits<char>::eof();) {
+        any = true;
+        if (c == '\n') return true;
+        if (line->size() <= limit) line->push_back(static_cast<char>(c));
+    }
+    in.setstate(std::ios::eofbit);
+    return any;
+}
 
 bool tokenize(const std::string& line, std::vector<std::string>* tokens, std::string* error) {
     tokens->clear();
@@ -243,7 +283,8 @@ bool parseRecord(const std::string& token, Fields fields, Record* record, std::s
         size_t end = lastIsText || comma == std::string::npos ? token.size() : comma;
         std::string field = token.substr(start, end - start);
         if (field.size() < 2 || field[1] != '=') {
-            *error = "bad record field '" + field + "' in '" + token + "' (write name=value)";
+            *error = "bad record field " + quoteWord(field) + " in " + quoteWord(token) +
+                     " (write name=value)";
             return false;
         }
         char name = field[0];
@@ -254,7 +295,7 @@ bool parseRecord(const std::string& token, Fields fields, Record* record, std::s
             return false;
         }
         if (seen.find(name) != std::string::npos) {
-            *error = std::string("field ") + name + " given twice in '" + token + "'";
+            *error = std::string("field ") + name + " given twice in " + quoteWord(token);
             return false;
         }
         seen += name;
@@ -283,7 +324,7 @@ bool parseRecord(const std::string& token, Fields fields, Record* record, std::s
                 break;
         }
         if (!ok) {
-            *error = std::string("bad value for ") + name + ": '" + value + "'";
+            *error = std::string("bad value for ") + name + ": " + quoteWord(value);
             return false;
         }
         if (end == token.size()) break;
@@ -400,17 +441,26 @@ std::string quoteToken(const std::string& text) {
 
 std::string escapeText(const std::string& text) {
     std::string escaped;
+    for (unsigned char c : text) appendEscaped(&escaped, c);
+    return escaped;
+}
+
+std::string quoteWord(const std::string& word) {
+    std::string quoted = "'";
+    for (size_t i = 0; i < word.size() && i < kMaxQuotedBytes; ++i) {
+        appendEscaped(&quoted, static_cast<unsigned char>(word[i]));
+    }
+    if (word.size() <= kMaxQuotedBytes) return quoted + "'";
+    return quoted + "...' (" + std::to_string(word.size()) + " bytes)";
+}
+
+std::string escapeMessage(const std::string& text) {
+    std::string escaped;
     for (unsigned char c : text) {
         if (c == '\n') {
-            escaped += "\\n";
-        } else if (c == '\t') {
-            escaped += "\\t";
-        } else if (c < ' ' || c >= 0x7f) {
-            char buffer[8];
-            snprintf(buffer, sizeof(buffer), "\\x%02x", c);
-            escaped += buffer;
+            escaped += '\n';
         } else {
-            escaped += static_cast<char>(c);
+            appendEscaped(&escaped, c);
         }
     }
     return escaped;
@@ -451,7 +501,14 @@ std::string jsonString(const std::string& text) {
 }
 
 namespace {
+
 int32_t gBatchLimit = kMaxBatch;
+
+bool batchTooLong(std::string* error) {
+    *error = "a batch holds at most " + std::to_string(gBatchLimit) + " records";
+    return false;
+}
+
 }  // namespace
 
 int32_t batchLimit() {
@@ -465,6 +522,7 @@ void setBatchLimit(int32_t records) {
 bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, const char* allowed,
                        Fields fields, bool names, BatchOptions* batch, std::string* error) {
     const std::vector<std::string> options = splitWords(allowed);
+    const std::string limit = " (at most " + std::to_string(batchLimit()) + ")";
     for (size_t i = from; i < tokens.size(); ++i) {
         const std::string& token = tokens[i];
         auto option = std::find_if(options.begin(), options.end(), [&](const std::string& o) {
@@ -472,18 +530,21 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
         });
         std::string value = option != options.end() ? token.substr(option->size()) : "";
         auto bad = [&](const char* what, const std::string& hint = "") {
-            *error = std::string("bad ") + what + " '" + token + "'" + hint;
+            *error = std::string("bad ") + what + " " + quoteWord(token) + hint;
             return false;
         };
-        const std::string limit = " (at most " + std::to_string(batchLimit()) + ")";
         if (option == options.end()) {
             if (names) {
+                if (batch->names.size() == kMaxNames) {
+                    *error = "a list holds at most " + std::to_string(kMaxNames) + " names";
+                    return false;
+                }
                 batch->names.push_back(token);
                 continue;
             }
             Record record;
             if (!looksLikeRecord(token)) {
-                *error = "bad argument '" + token + "' (a record such as e=1,a=3,t=1000, or " +
+                *error = "bad argument " + quoteWord(token) + " (a record such as e=1,a=3,t=1000, or " +
                          join(options, ", ") + ")";
                 return false;
             }
@@ -491,6 +552,9 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
             if (record.params.x.size() > 32) {
                 *error = "x holds at most 32 bytes in a legacy record";
                 return false;
+            }
+            if ((batch->records.size() + 1) * batch->repeat > static_cast<size_t>(batchLimit())) {
+                return batchTooLong(error);
             }
             batch->records.push_back(record);
         } else if (*option == "count=") {
@@ -514,8 +578,7 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
         }
     }
     if (batch->records.size() * batch->repeat > static_cast<size_t>(batchLimit())) {
-        *error = "a batch holds at most " + std::to_string(batchLimit()) + " records";
-        return false;
+        return batchTooLong(error);
     }
     return true;
 }
@@ -584,6 +647,9 @@ std::vector<std::string> closestWords(const std::string& word,
     size_t best = std::max<size_t>(2, word.size() / 2);
     std::vector<std::string> closest;
     for (const std::string& candidate : known) {
+        // The distance is at least the difference of the lengths: no need to count it.
+        size_t shorter = std::min(word.size(), candidate.size());
+        if (std::max(word.size(), candidate.size()) - shorter > best) continue;
         size_t distance = editDistance(word, candidate);
         if (distance < best) closest.clear();
         if (distance <= best &&

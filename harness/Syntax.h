@@ -4,10 +4,27 @@
 
 #include <stdint.h>
 
+#include <istream>
 #include <string>
 #include <vector>
 
 namespace arharness {
+
+// ---- lines ----
+
+// What one scenario line may carry, so that no input can exhaust the memory or flood a terminal:
+// a longer line is refused before it is split, and a message quotes at most the first
+// kMaxQuotedBytes bytes of a word.
+constexpr size_t kMaxLineBytes = 1 << 20;
+constexpr size_t kMaxQuotedBytes = 64;
+// kMaxLineBytes, unless a program that runs many scenarios (a fuzzer) lowers it.
+size_t lineLimit();
+void setLineLimit(size_t bytes);
+// Reads one line, without its line end, keeping at most `limit` + 1 of its bytes (so that a
+// longer one shows as such) and skipping the rest. False at the end of the input.
+bool readLine(std::istream& in, std::string* line, size_t limit);
+// A byte-order mark that some editors put at the start of a file.
+constexpr char kByteOrderMark[] = "\xef\xbb\xbf";
 
 // Splits a line into tokens at blanks. Double quotes group text with blanks into a token (they
 // may appear inside a token: x="a b"); inside them \" \\ \n \t and \xHH are escapes. A token that
@@ -66,6 +83,11 @@ std::string formatDouble(double value);
 std::string quoteToken(const std::string& text);
 // The text on one line: control characters and bytes outside ASCII as \n, \t, \xHH.
 std::string escapeText(const std::string& text);
+// A word as a message quotes it: its first kMaxQuotedBytes bytes escaped as escapeText escapes
+// them, with the length of the whole when it was cut ("abc..." (70000 bytes)), in single quotes.
+std::string quoteWord(const std::string& word);
+// A message for the terminal: escaped as escapeText escapes, except that line ends stay.
+std::string escapeMessage(const std::string& text);
 // A JSON string literal.
 std::string jsonString(const std::string& text);
 
@@ -73,8 +95,10 @@ std::string jsonString(const std::string& text);
 // records (or, where `names` is asked for, names), and the options that `allowed` lists, out of
 // count=N, repeat=N (1 to 10000), status=N, bytes=N, as=PID, null and nostate. Records with an x
 // longer than the 32 bytes of a legacy record are refused, and so are batches, counts and byte
-// lengths beyond batchLimit(), which would only exhaust the memory.
+// lengths beyond batchLimit() and lists of more than kMaxNames names, which would only exhaust
+// the memory; each bound is checked as the line is read, before anything beyond it is kept.
 constexpr int32_t kMaxBatch = 100000;
+constexpr size_t kMaxNames = 512;
 // kMaxBatch, unless a program that runs many scenarios (a fuzzer) lowers it to keep each fast.
 int32_t batchLimit();
 void setBatchLimit(int32_t records);

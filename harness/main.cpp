@@ -7,15 +7,18 @@
 //
 // Exit status: 0 when every expectation held, 1 when one failed, 2 on a scenario error (the run
 // stops at it, reported as FILE:LINE: message).
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "DefaultScenario.h"
 #include "Runner.h"
@@ -54,11 +57,18 @@ int main(int argc, char** argv) {
                 printf("%s\n", arharness::Runner::form(command).c_str());
             }
             return 0;
+        } else if (path == nullptr && i == 1 && strcmp(argv[i], "help") == 0) {
+            // As on the prompt: `ar-harness help records`.
+            std::vector<std::string> topic(argv + 2, argv + argc);
+            if (arharness::Runner::printHelp(stdout, topic)) return 0;
+            fprintf(stderr, "ar-harness: no help on %s (try ar-harness help)\n",
+                    arharness::quoteWord(arharness::join(topic, " ")).c_str());
+            return 2;
         } else if (path == nullptr && (argv[i][0] != '-' || strcmp(argv[i], "-") == 0)) {
             path = argv[i];
         } else {
-            fprintf(stderr, "ar-harness: unexpected argument '%s'\n", argv[i]);
-            usage(stderr);
+            fprintf(stderr, "ar-harness: unexpected argument %s (try --help)\n",
+                    arharness::quoteWord(argv[i]).c_str());
             return 2;
         }
     }
@@ -76,9 +86,15 @@ int main(int argc, char** argv) {
         in = &std::cin;
     } else {
         name = path;
-        file.open(path);
-        if (!file) {
-            fprintf(stderr, "%s: cannot read: %s\n", path, strerror(errno));
+        struct stat status;
+        if (stat(path, &status) == 0 && S_ISDIR(status.st_mode)) {
+            errno = EISDIR;
+        } else {
+            file.open(path);
+        }
+        if (!file.is_open()) {
+            fprintf(stderr, "%s: cannot read: %s\n", arharness::escapeText(path).c_str(),
+                    strerror(errno));
             return 2;
         }
         in = &file;
