@@ -64,7 +64,7 @@ void Runner::killProcess(pid_t pid) {
         auto links = client->state->links;
         for (const auto& link : links) {
             Event event = client->state->event(
-                    "death", "{client}[{pid}] died: serviceDied(cookie {cookie})");
+                    Kind::kDeath, "{client}[{pid}] died: serviceDied(cookie {cookie})");
             event.name = "serviceDied";
             event.detail = std::to_string(link.second);
             mTrace->emit(std::move(event.addNumber("cookie", static_cast<int64_t>(link.second))));
@@ -74,8 +74,8 @@ void Runner::killProcess(pid_t pid) {
         client->state->links.clear();
     }
     if (notices == 0) {
-        note("death", "process " + std::to_string(pid) +
-                              " died; nothing was linked to the death of its objects");
+        note(Kind::kDeath, "process " + std::to_string(pid) +
+                                   " died; nothing was linked to the death of its objects");
     }
 }
 
@@ -479,7 +479,7 @@ bool Runner::clientCall(const Args& args) {
 
 void Runner::traceCall(const ClientState& state, const std::string& method,
                        const std::string& args) {
-    Event event = state.event("call", "{client}[{pid}] {method}({args})");
+    Event event = state.event(Kind::kCall, "{client}[{pid}] {method}({args})");
     event.name = method;
     event.detail = args;
     mTrace->emit(std::move(event.addString("method", method).addString("args", args)));
@@ -487,8 +487,8 @@ void Runner::traceCall(const ClientState& state, const std::string& method,
 
 void Runner::traceReturn(const ClientState& state, Result result) {
     bool answered = result.type != Result::Type::kNone;
-    Event event = state.event("return", answered ? "{client}[{pid}] {method} = {result}"
-                                                 : "{client}[{pid}] {method}");
+    Event event = state.event(Kind::kReturn, answered ? "{client}[{pid}] {method} = {result}"
+                                                      : "{client}[{pid}] {method}");
     event.name = result.method;
     event.detail = result.text;
     event.addString("method", result.method);

@@ -39,7 +39,8 @@ class CallbackObject : public Interface {
             mState->links.emplace_back(recipient, cookie);
             result = true;
         }
-        Event event = mState->event("link", "{client}[{pid}] {method}(cookie {cookie}) -> {answer}");
+        Event event =
+                mState->event(Kind::kLink, "{client}[{pid}] {method}(cookie {cookie}) -> {answer}");
         event.name = "linkToDeath";
         event.detail = std::to_string(cookie);
         event.addString("method", event.name).addNumber("cookie", static_cast<int64_t>(cookie));
@@ -53,7 +54,7 @@ class CallbackObject : public Interface {
                                [&](const auto& link) { return link.first == recipient; });
         bool found = it != links.end();
         if (found) links.erase(it);
-        Event event = mState->event("link", "{client}[{pid}] {method} -> {answer}");
+        Event event = mState->event(Kind::kLink, "{client}[{pid}] {method} -> {answer}");
         event.name = "unlinkToDeath";
         const char* answer = found ? "true" : "false";
         mState->trace->emit(
@@ -65,9 +66,9 @@ class CallbackObject : public Interface {
     Return<void> deliver(const char* method, const std::vector<Record>& records, Fields fields) {
         bool fail = mState->dead || mState->failCalls;
         const char* answer = mState->dead ? "dead object" : "transport error";
-        Event event =
-                mState->event("deliver", fail ? "{client}[{pid}] {method} {records} -> {answer}"
-                                              : "{client}[{pid}] {method} {records}");
+        Event event = mState->event(Kind::kDeliver,
+                                    fail ? "{client}[{pid}] {method} {records} -> {answer}"
+                                         : "{client}[{pid}] {method} {records}");
         event.name = method;
         event.detail = formatRecords(records, fields);
         event.items = static_cast<int>(records.size());
@@ -142,7 +143,7 @@ std::string ClientState::label() const {
     return name + "[" + std::to_string(pid) + "]";
 }
 
-Event ClientState::event(const std::string& kind, const std::string& layout) const {
+Event ClientState::event(Kind kind, const std::string& layout) const {
     Event event(kind, layout);
     event.subject = name;
     event.addString("client", name).addNumber("pid", pid);

@@ -44,7 +44,7 @@ struct ClientState {
     std::string label() const;  // "app1[1234]"
     // An event about the client: its subject, with the fields client and pid ("{client}[{pid}]"
     // in the layout shows the label).
-    Event event(const std::string& kind, const std::string& layout) const;
+    Event event(Kind kind, const std::string& layout) const;
 };
 
 struct Client {

@@ -32,8 +32,8 @@ bool parsePriority(const std::string& text, char* letter) {
 
 void Runner::check(const std::string& expectation, bool ok, const std::string& expected,
                    const std::string& got) {
-    Event event("check", ok ? "{ok} expect {expectation}"
-                            : "{ok} expect {expectation}: expected {expected}; got {got}");
+    Event event(Kind::kCheck, ok ? "{ok} expect {expectation}"
+                                 : "{ok} expect {expectation}: expected {expected}; got {got}");
     event.add("ok", ok ? "ok    " : "FAILED", ok ? "true" : "false")
             .addString("expectation", expectation);
     if (!ok) event.addString("expected", expected).addString("got", got);
@@ -45,14 +45,14 @@ void Runner::check(const std::string& expectation, bool ok, const std::string& e
     }
 }
 
-bool Runner::consume(const std::string& kind, const std::string& subject, const std::string& name,
+bool Runner::consume(Kind kind, const std::string& subject, const std::string& name,
                      const std::string& detail, std::string* got) {
     return consumeIf(
             kind, subject,
             [&](const Event& event) { return event.name == name && event.detail == detail; }, got);
 }
 
-bool Runner::consumeIf(const std::string& kind, const std::string& subject,
+bool Runner::consumeIf(Kind kind, const std::string& subject,
                        const std::function<bool(const Event&)>& matches, std::string* got) {
     bool found = false;
     std::vector<std::string> seen;
@@ -71,8 +71,8 @@ bool Runner::consumeIf(const std::string& kind, const std::string& subject,
     return found;
 }
 
-bool Runner::nothingElse(const std::string& kind, const std::string& subject,
-                         const std::string& name, std::string* got) {
+bool Runner::nothingElse(Kind kind, const std::string& subject, const std::string& name,
+                         std::string* got) {
     std::vector<std::string> seen;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (const Event& event : events) {
@@ -147,7 +147,7 @@ bool Runner::expectLog(const Args& args) {
     std::string got;
     std::string name(1, priority);
     bool ok = consumeIf(
-            "log", args[3],
+            Kind::kLog, args[3],
             [&](const Event& event) {
                 return event.name == name && (part ? event.detail.find(args[4]) != std::string::npos
                                                    : event.detail == args[4]);
@@ -166,7 +166,7 @@ bool Runner::expectNoLog(const Args& args) {
     std::vector<std::string> seen;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (const Event& event : events) {
-            if (event.kind == "log" && event.subject == args[3] &&
+            if (event.kind == Kind::kLog && event.subject == args[3] &&
                 event.detail.find(args[4]) != std::string::npos) {
                 seen.push_back(event.line());
             }
@@ -186,7 +186,7 @@ bool Runner::expectDump(const Args& args) {
     bool found = false;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (const Event& event : events) {
-            if (event.kind != "dump") continue;
+            if (event.kind != Kind::kDump) continue;
             ++dumps;
             for (const std::string& line : splitLines(event.detail)) {
                 found = found || line.find(args[2]) != std::string::npos;
@@ -220,8 +220,10 @@ bool Runner::expectNone(const Args& args) {
                                      : name;
     }
     std::string got;
-    bool ok = nothingElse(client != nullptr ? "deliver" : subject, subject, nothing ? "" : args[3],
-                          &got);
+    Kind kind = client != nullptr     ? Kind::kDeliver
+                : subject == "module" ? Kind::kModule
+                                      : Kind::kZel;
+    bool ok = nothingElse(kind, subject, nothing ? "" : args[3], &got);
     check(rest(args, 1), ok, "no (other) " + what, got);
     return true;
 }
@@ -249,7 +251,7 @@ bool Runner::expectModule(const Args& args) {
     std::string detail = entry + "(" + join(numbers, ", ");
     if (takesParams(entry)) detail += (numbers.empty() ? "" : ", ") + formatParams(params);
     detail += ")";
-    bool ok = consume("module", "module", entry, detail, &got);
+    bool ok = consume(Kind::kModule, "module", entry, detail, &got);
     check(rest(args, 1), ok, detail, "module calls: " + got);
     return true;
 }
@@ -262,7 +264,7 @@ bool Runner::expectZel(const Args& args) {
     std::string got;
     std::vector<std::string> parts(args.begin() + 3, args.end());
     std::string detail = join(parts, " ");
-    bool ok = consume("zel", "zel", args[2], detail, &got);
+    bool ok = consume(Kind::kZel, "zel", args[2], detail, &got);
     check(rest(args, 1), ok, args[2] + " " + quoteToken(detail), "client library calls: " + got);
     return true;
 }
@@ -277,7 +279,7 @@ bool Runner::expectOrder(const Args& args) {
     std::vector<std::string> firsts;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (const Event& event : events) {
-            if (event.kind == "deliver" &&
+            if (event.kind == Kind::kDeliver &&
                 std::find(firsts.begin(), firsts.end(), event.subject) == firsts.end()) {
                 firsts.push_back(event.subject);
             }
@@ -309,7 +311,7 @@ bool Runner::expectLink(const Args& args) {
         return failUsage();
     }
     std::string got;
-    bool ok = consume("link", state.name, args[2], link ? std::to_string(cookie) : "", &got);
+    bool ok = consume(Kind::kLink, state.name, args[2], link ? std::to_string(cookie) : "", &got);
     check(rest(args, 1), ok, state.label() + " " + args[2] + (link ? " cookie " + args[3] : ""),
           "links of " + state.name + ": " + got);
     return true;
@@ -332,7 +334,7 @@ bool Runner::expectClient(const Args& args) {
     if (args.size() == 4 && args[3].compare(0, 6, "count=") == 0) {
         if (!parseInt32(args[3].substr(6), &count)) return fail("bad count '" + args[3] + "'");
         bool ok = consumeIf(
-                "deliver", state.name,
+                Kind::kDeliver, state.name,
                 [&](const Event& event) { return event.name == method && event.items == count; },
                 &got);
         check(rest(args, 1), ok, state.label() + " " + method + " of " + args[3] + " records",
@@ -347,7 +349,7 @@ bool Runner::expectClient(const Args& args) {
         records.push_back(record);
     }
     std::string detail = formatRecords(records, fields);
-    bool ok = consume("deliver", state.name, method, detail, &got);
+    bool ok = consume(Kind::kDeliver, state.name, method, detail, &got);
     check(rest(args, 1), ok, state.label() + " " + method + " " + detail,
           "deliveries to " + state.name + ": " + got);
     return true;

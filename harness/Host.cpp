@@ -19,7 +19,7 @@ namespace arharness {
 namespace {
 
 void traceLogger(const struct __android_logger_data* data, const char* message) {
-    Event event("log", "{priority} {tag}: {text}");
+    Event event(Kind::kLog, "{priority} {tag}: {text}");
     event.subject = data->tag != nullptr ? data->tag : "";
     event.name = std::string(1, priorityLetter(data->priority));
     event.detail = message != nullptr ? message : "";

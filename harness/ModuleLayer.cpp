@@ -113,8 +113,8 @@ void ModuleLayer::flush() {
         }
         json += "]";
         std::string answer = answerOf(call.entry);
-        Event event("module", unterminated ? "{entry}({args}) (x unterminated) -> {answer}"
-                                           : "{entry}({args}) -> {answer}");
+        Event event(Kind::kModule, unterminated ? "{entry}({args}) (x unterminated) -> {answer}"
+                                                : "{entry}({args}) -> {answer}");
         event.subject = "module";
         event.name = call.entry;
         event.detail = call.entry + "(" + args + ")";

@@ -64,17 +64,17 @@ bool Runner::moduleReport(const Args& args) {
     std::string shown = records.size() <= 8 ? formatRecords(records, kind->fields)
                                             : std::to_string(records.size()) + " records, first " +
                                                       formatRecord(records[0], kind->fields);
-    Event event("report", "{layer} {slot}({records}, {count}) from the module thread, {pid}");
+    Event event(Kind::kReport, "{layer} {slot}({records}, {count}) from the module thread, {pid}");
     event.subject = "module";
     event.name = kind->slot;
     event.addString("layer", "module").addString("slot", kind->slot);
     addRecords(event, batch, records, kind->fields, shown).addNumber("count", batch.count);
     mTrace->emit(std::move(addIdentity(event, batch)));
     if (!mModule->report(kind->batch, records, batch.count, batch.null, batch.pid, batch.noState)) {
-        note("note", std::string("the HAL registered no ") +
-                             (kind->batch == ModuleLayer::Batch::kEnvironments ? "environment"
-                                                                               : "activity") +
-                             " callbacks with the module: nothing was reported");
+        note(Kind::kNote, std::string("the HAL registered no ") +
+                                  (kind->batch == ModuleLayer::Batch::kEnvironments ? "environment"
+                                                                                    : "activity") +
+                                  " callbacks with the module: nothing was reported");
     }
     return true;
 }
@@ -104,7 +104,7 @@ bool Runner::zelNotify(const Args& args) {
     }
     std::string shown = records.size() <= 8 ? formatRecords(records, Fields::kShortC)
                                             : std::to_string(records.size()) + " records";
-    Event event("report",
+    Event event(Kind::kReport,
                 "{layer} ZelNotify({status}, {bytes}, {records}) from the library's thread, {pid}");
     event.subject = "zel";
     event.name = "ZelNotify";
@@ -112,7 +112,7 @@ bool Runner::zelNotify(const Args& args) {
     addRecords(event, batch, records, Fields::kShortC, shown);
     mTrace->emit(std::move(addIdentity(event, batch)));
     if (!mZel->control()->notify(batch.status, batch.bytes, data, batch.pid, !batch.noState)) {
-        note("note",
+        note(Kind::kNote,
              "the HAL registered no notification function with the client library: nothing was "
              "reported");
     }

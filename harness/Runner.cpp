@@ -13,8 +13,7 @@ bool Runner::fail(const std::string& message) {
     return false;
 }
 
-void Runner::note(const std::string& kind, const std::string& text,
-                  const std::vector<Event::Field>& more) {
+void Runner::note(Kind kind, const std::string& text, const std::vector<Event::Field>& more) {
     Event event(kind, "{text}");
     event.addString("text", text).fields.insert(event.fields.end(), more.begin(), more.end());
     mTrace->emit(std::move(event));
@@ -34,14 +33,15 @@ Runner::Summary Runner::run(const std::string& name, std::istream& in, const Opt
         if (runLine(name, line, text)) continue;
         ++mSummary.errors;
         fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, mError.c_str());
-        if (mTrace->format() == Format::kJsonl) note("error", mError);
+        if (mTrace->format() == Format::kJsonl) note(Kind::kError, mError);
         if (!options.interactive) break;
     }
     if (options.interactive) fputs("\n", stderr);
     if (mCommandsRun == 0 && mSummary.errors == 0 && !options.interactive) {
         fprintf(stderr, "%s: empty scenario: no commands\n", escapeText(name).c_str());
     }
-    Event summary("summary", "{held} expectations held, {failed} failed, {errors} scenario errors");
+    Event summary(Kind::kSummary,
+                  "{held} expectations held, {failed} failed, {errors} scenario errors");
     summary.addNumber("held", mSummary.held).addNumber("failed", mSummary.failed);
     mTrace->setLocation(name, lines);
     mTrace->emit(std::move(summary.addNumber("errors", mSummary.errors)));
@@ -71,7 +71,7 @@ bool Runner::runLine(const std::string& file, int line, const std::string& text)
     if (args[0] != "expect" && args[0] != "help") {
         mTrace->beginStep();
         mResult = Result();
-        note("command", rest(args, 0));
+        note(Kind::kCommand, rest(args, 0));
     }
     size_t words = 0;
     mCommand = find(args, &words);

@@ -92,8 +92,7 @@ class Runner {
     bool help(const Args& args);
     Client* findClient(const std::string& name);
     // An event that shows a text, with more fields for tools.
-    void note(const std::string& kind, const std::string& text,
-              const std::vector<Event::Field>& more = {});
+    void note(Kind kind, const std::string& text, const std::vector<Event::Field>& more = {});
     // Words that begin a command, or follow `expect` and so select an expectation.
     static bool reserved(const std::string& name);
 
@@ -154,11 +153,11 @@ class Runner {
     bool checkCallbackMethod(const ClientState& state, const std::string& method);
     // Finds and consumes the first unconsumed event of `kind` about `subject` whose name and
     // detail match; on a miss lists the step's events of that kind and subject as `got`.
-    bool consume(const std::string& kind, const std::string& subject, const std::string& name,
+    bool consume(Kind kind, const std::string& subject, const std::string& name,
                  const std::string& detail, std::string* got);
-    bool consumeIf(const std::string& kind, const std::string& subject,
+    bool consumeIf(Kind kind, const std::string& subject,
                    const std::function<bool(const Event&)>& matches, std::string* got);
-    bool nothingElse(const std::string& kind, const std::string& subject, const std::string& name,
+    bool nothingElse(Kind kind, const std::string& subject, const std::string& name,
                      std::string* got);
     void check(const std::string& expectation, bool ok, const std::string& expected,
                const std::string& got);

@@ -15,13 +15,39 @@ namespace arharness {
 
 enum class Format { kText, kJsonl };
 
+// What an event is about. Each kind has its name in the text trace (the column after the line
+// number) and in JSON Lines (the value of "kind"); `--only=` takes either.
+enum class Kind {
+    kCommand,  // a scenario line that is not an expectation
+    kCall,     // a client calls the service
+    kReturn,   // what that call returned
+    kDeliver,  // the service calls a client's callback
+    kReport,   // a lower layer reports a batch from its own thread
+    kLink,     // the service links to or unlinks from a client's death
+    kDeath,    // a client's process dies
+    kModule,   // a call reached the legacy module
+    kZel,      // a call reached the client library
+    kLog,      // a log line
+    kSetup,    // a set-up command took effect
+    kNote,     // something the harness points out
+    kDump,     // a state dump
+    kCheck,    // an expectation held or failed
+    kError,    // a scenario error (JSON Lines only; the text trace has it on standard error)
+    kSummary,  // the last line of a run
+};
+inline constexpr size_t kKindCount = static_cast<size_t>(Kind::kSummary) + 1;
+
+const char* kindText(Kind kind);
+const char* kindJson(Kind kind);
+// A kind by either of its names; false when there is none.
+bool parseKind(const std::string& name, Kind* kind);
+
 // One event of the trace. What it shows are its fields, each with a text and a JSON form: the
 // text line is its layout with every {key} replaced by that field's text, and the JSON object
 // holds every field after "file", "line" and "kind". Both forms are thus of the same values.
 struct Event {
     Event() = default;
-    Event(std::string kind, std::string layout)
-        : kind(std::move(kind)), layout(std::move(layout)) {}
+    Event(Kind kind, std::string layout) : kind(kind), layout(std::move(layout)) {}
 
     Event& add(const std::string& key, std::string text, std::string json);
     Event& addString(const std::string& key, const std::string& value);  // JSON: a string
@@ -29,9 +55,7 @@ struct Event {
     std::string line() const;    // after the location and kind
     std::string object() const;  // the members after "kind", each starting with a comma
 
-    // command, call, return, deliver, report, link, death, module, zel, log, setup, note, check,
-    // error, summary.
-    std::string kind;
+    Kind kind = Kind::kNote;
     std::string layout;
     struct Field {
         std::string key;

@@ -65,7 +65,7 @@ void ZelLayer::flush() {
     for (; mSeen < calls.size(); ++mSeen) {
         const simulated_zel::Call& call = calls[mSeen];
         // Each entry shows its own arguments; the JSON object holds all of them.
-        Event event("zel", "{entry}({client}, {name}, {ints}) -> {answer}");
+        Event event(Kind::kZel, "{entry}({client}, {name}, {ints}) -> {answer}");
         event.subject = "zel";
         std::string entry;
         std::string ints;
