@@ -152,13 +152,20 @@ class Runner {
     bool expectNone(const Args& args);
     bool checkCallbackMethod(const ClientState& state, const std::string& method);
     // Finds and consumes the first unconsumed event of `kind` about `subject` whose name and
-    // detail match; on a miss lists the step's events of that kind and subject as `got`.
+    // detail match; on a miss describes the step's events of that kind and subject as `got`.
     bool consume(Kind kind, const std::string& subject, const std::string& name,
                  const std::string& detail, std::string* got);
-    bool consumeIf(Kind kind, const std::string& subject,
-                   const std::function<bool(const Event&)>& matches, std::string* got);
-    bool nothingElse(Kind kind, const std::string& subject, const std::string& name,
-                     std::string* got);
+    // How many unconsumed events of `kind` about `subject` match, using up the first (or, when
+    // `all`, every one); `got` shows the others by the one closest to `wanted`.
+    size_t consumeIf(Kind kind, const std::string& subject,
+                     const std::function<bool(const Event&)>& matches, bool all,
+                     const std::string& wanted, std::string* got);
+    bool nothingElse(const std::vector<Kind>& kinds, const std::string& subject,
+                     const std::string& name, std::string* got);
+    bool takeCount(Args* args, int32_t* count);
+    void checkCalls(const std::string& expectation, Kind kind, const std::string& subject,
+                    const std::function<bool(const Event&)>& matches, int32_t count,
+                    const std::string& expected, const std::string& what);
     void check(const std::string& expectation, bool ok, const std::string& expected,
                const std::string& got);
 

@@ -544,8 +544,8 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
             }
             Record record;
             if (!looksLikeRecord(token)) {
-                *error = "bad argument " + quoteWord(token) + " (a record such as e=1,a=3,t=1000, or " +
-                         join(options, ", ") + ")";
+                *error = "bad argument " + quoteWord(token) +
+                         " (a record such as e=1,a=3,t=1000, or " + join(options, ", ") + ")";
                 return false;
             }
             if (!parseRecord(token, fields, &record, error)) return false;
@@ -639,7 +639,64 @@ size_t editDistance(const std::string& from, const std::string& to) {
     return row[to.size()];
 }
 
+// Edit distance of `part` to the closest span of `text` (Sellers): a span may start anywhere.
+size_t spanDistance(const std::string& part, const std::string& text) {
+    std::vector<size_t> row(text.size() + 1, 0);
+    for (size_t i = 1; i <= part.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= text.size(); ++j) {
+            size_t above = row[j];
+            row[j] = std::min(
+                    {above + 1, row[j - 1] + 1, diagonal + (part[i - 1] == text[j - 1] ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return *std::min_element(row.begin(), row.end());
+}
+
 }  // namespace
+
+std::vector<std::string> splitItems(const std::string& text, const std::string& separator) {
+    std::vector<std::string> items;
+    if (text.empty()) return items;
+    bool quoted = false;
+    size_t start = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (quoted && text[i] == '\\') {
+            ++i;
+        } else if (text[i] == '"') {
+            quoted = !quoted;
+        } else if (!quoted && text.compare(i, separator.size(), separator) == 0) {
+            items.push_back(text.substr(start, i - start));
+            start = i + separator.size();
+            i = start - 1;
+        }
+    }
+    items.push_back(text.substr(start));
+    return items;
+}
+
+bool itemsMatch(const std::vector<std::string>& expected, const std::vector<std::string>& actual) {
+    if (expected.size() != actual.size()) return false;
+    for (size_t i = 0; i < expected.size(); ++i) {
+        if (expected[i] != "*" && expected[i] != actual[i]) return false;
+    }
+    return true;
+}
+
+size_t distanceToPart(const std::string& part, const std::string& text) {
+    return spanDistance(part.substr(0, kMaxComparedBytes), text.substr(0, kMaxComparedBytes));
+}
+
+size_t distance(const std::string& from, const std::string& to) {
+    return editDistance(from.substr(0, kMaxComparedBytes), to.substr(0, kMaxComparedBytes));
+}
+
+std::string shorten(const std::string& text, size_t bytes) {
+    if (text.size() <= bytes) return text;
+    return text.substr(0, bytes) + "... (" + std::to_string(text.size()) + " bytes)";
+}
 
 std::vector<std::string> closestWords(const std::string& word,
                                       const std::vector<std::string>& known) {

@@ -128,6 +128,21 @@ std::string rest(const std::vector<std::string>& tokens, size_t from);
 std::vector<std::string> splitLines(const std::string& text);
 // The words of a text separated by blanks.
 std::vector<std::string> splitWords(const std::string& text);
+// ---- what expectations compare ----
+
+// The items of a canonical list ("1, 2, p=0:0:0:0 x=\"a, b\"" at ", ", or records at " "): the
+// separator splits nowhere inside double quotes.
+std::vector<std::string> splitItems(const std::string& text, const std::string& separator);
+// Whether `actual` has exactly the items of `expected`, where an item "*" stands for any one.
+bool itemsMatch(const std::vector<std::string>& expected, const std::vector<std::string>& actual);
+// How far a text is from holding `part` (0: it contains it), and how far two texts are from each
+// other, each measured on at most their first kMaxComparedBytes bytes, to stay cheap.
+constexpr size_t kMaxComparedBytes = 256;
+size_t distanceToPart(const std::string& part, const std::string& text);
+size_t distance(const std::string& from, const std::string& to);
+// A text cut to `bytes` bytes, saying how long it was ("... (52000 bytes)").
+std::string shorten(const std::string& text, size_t bytes);
+
 // The known words nearest to `word` by edit distance (at most three), none when every one is
 // too far to be a mistyping of it.
 std::vector<std::string> closestWords(const std::string& word,

@@ -74,6 +74,48 @@ CASES = {
                                    None, 0, ["!getService"], "text"),
 }
 
+# Bad input is refused within bounds, with short, escaped messages; expectations leave arguments
+# open, count calls and show the closest event when they fail.
+REGISTERED = "start\nclient fit pid=2001 version=1.1 activity\nfit register\n"
+CASES.update({
+    "folder": (["{dir}"], "", None, 2, [r": cannot read: Is a directory$"], "text"),
+    "long_line": (["{file}"], "module supported activity " + "w " * 600000, None, 2,
+                  [r"^\S*long_line\.scenario:1: a line holds at most 1048576 bytes",
+                   r"(?s)\A.{0,300}\Z"], "text"),
+    "long_word": (["{file}"], "x" * 100000, None, 2,
+                  [r"unknown command or client 'x{64}\.\.\.' \(100000 bytes\)$"], "text"),
+    "too_many_names": (["{file}"], "module supported activity " + "w " * 513, None, 2,
+                       [r"a list holds at most 512 names"], "text"),
+    "batch_bound": (["{file}"], "module report activities repeat=10000 " + "e=1 " * 11, None, 2,
+                    [r"a batch holds at most 100000 records"], "text"),
+    "control_bytes": (["-"], None, 'st\x1b[2Jart\n', 2,
+                      [r"unknown command or client 'st\\x1b\[2Jart'$"], "text"),
+    "byte_order_mark": (["{file}"], "\ufeffstart\nexpect result service\n", None, 0, [], "text"),
+    "empty": (["{file}"], "# only a comment\n\n", None, 0,
+              [r"empty\.scenario: empty scenario: no commands$"], "text"),
+    "bad_option_line": (["--colour"], None, None, 2,
+                        [r"\Aar-harness: unexpected argument '--colour' \(try --help\)\n\Z"],
+                        "text"),
+    "second_word": (["-"], None, "module absnt\n", 2, [r"^    did you mean: module absent$"],
+                    "text"),
+    "nothing_links": (["{file}"], REGISTERED + "expect fit nothing\n", None, 1,
+                      [r"got: fit\[2001\] linkToDeath\(cookie 2001\) -> true$"], "text"),
+    "wildcards": (["{file}"], REGISTERED + "fit enableActivityEvent 1 1 2500ms\n"
+                  "expect module enable_activity_event 1 1 *\n"
+                  "fit disableActivityEvent 1 1\nexpect module disable_activity_event * * count=1\n"
+                  "expect module disable_activity_event * * count=0\n"
+                  "module report activities e=1,a=1,t=1 e=1,a=1,t=2\n"
+                  "expect fit onActivityChangedV1_1 * e=1,a=1,t=2,c=0 count=0\n", None, 0, [],
+                  "text"),
+    "closest": (["{file}"], REGISTERED + "fit enableActivityEvent 1 1 2s\n"
+                "fit enableActivityEvent 1 2 2s\nexpect module enable_activity_event 1 3 2s\n"
+                "expect module enable_activity_event 1 * 2s count=3\n"
+                "dump\nexpect dump-containing \"pid[2001] activity[1] event[3]\"\n", None, 1,
+                [r"got: module calls: enable_activity_event\(1, 2, 2000000000\) -> 0$",
+                 r"expected: 3 of enable_activity_event\(1, \*, 2000000000\)\n    got: 1 ",
+                 r"the closest: \"  pid\[2001\] activity\[1\] event\[1\]"], "text"),
+})
+
 # Variables a case runs with ({lib}: the build's library folder, next to the harness's bin/).
 ENVIRONMENTS = {"library_missing": {"HIDL_PASSTHROUGH_PATH": "/nonexistent"},
                 "library_path_module_absent": {"HIDL_PASSTHROUGH_PATH": "{lib}"}}
@@ -208,9 +250,13 @@ def main():
         lib = os.path.join(os.path.dirname(os.path.abspath(harness)), os.pardir, "lib")
         env = dict(os.environ, **{k: v.format(lib=lib) for k, v in
                                   ENVIRONMENTS.get(name, {}).items()})
-        run = subprocess.run([harness] + [a.format(file=path) for a in args], input=stdin or "",
-                             capture_output=True, text=True, timeout=120, env=env)
+        run = subprocess.run([harness] + [a.format(file=path, dir=folder) for a in args],
+                             input=stdin or "", capture_output=True, text=True, timeout=120,
+                             env=env)
     problems = []
+    raw = re.search(r"[\x00-\x08\x0b-\x1f\x7f]", run.stdout + run.stderr)
+    if raw:
+        problems.append("a raw control byte %r reaches the terminal" % raw.group())
     if run.returncode != status:
         problems.append("exit status %d, expected %d" % (run.returncode, status))
     for pattern in patterns:
