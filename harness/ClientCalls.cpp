@@ -169,7 +169,7 @@ const std::vector<ClientMethod>& clientMethods() {
             {"getSupportedActivitiesList", true, false, K::kList, "",
              "the names of the activities the device supports", 0, false, noControl},
             {"enableActivityEvent", true, false, K::kControl, "ACTIVITY EVENT_TYPE LATENCY",
-             "asks for events of the activity: event type 1 enter, 2 exit; LATENCY in "
+             "asks for events of the activity: EVENT_TYPE 1 or 2; LATENCY in "
              "nanoseconds or with a unit (2s, 500ms); answers 0 or an error code",
              3, false,
              [](const Client& client, const ControlArgs& args) {
@@ -229,7 +229,7 @@ const std::vector<ClientMethod>& clientMethods() {
              }},
             {"enableEnvironment", false, false, K::kControl,
              "ENVIRONMENT EVENT_TYPE LATENCY [p=D:D:D:D] [x=TEXT]",
-             "asks for events of the environment: event type 1 enter, 2 exit; LATENCY in "
+             "asks for events of the environment: EVENT_TYPE as the module numbers it; LATENCY in "
              "nanoseconds or with a unit",
              3, true,
              [](const Client& client, const ControlArgs& args) {

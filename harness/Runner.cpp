@@ -164,16 +164,15 @@ bool Runner::reserved(const std::string& name) {
     return false;
 }
 
-// help [COMMAND]
+// help [COMMAND|records|METHOD|ENTRY]
 bool Runner::help(const Args& args) {
     Args topic(args.begin() + 1, args.end());
     if (printHelp(stderr, topic)) return true;
-    std::vector<std::string> known;
-    for (const Command& command : commands()) known.push_back(splitWords(command.name)[0]);
-    return fail("no command " + quoteWord(join(topic, " ")) + suggestions(topic[0], known));
+    return fail("no help on " + quoteWord(join(topic, " ")) + suggestions(topic[0], topics()));
 }
 
 bool Runner::printHelp(FILE* out, const Args& topic) {
+    if (topic.size() == 1 && printTopicHelp(out, topic[0])) return true;
     bool any = false;
     for (const Command& command : commands()) {
         Args name = splitWords(command.name);
@@ -182,6 +181,11 @@ bool Runner::printHelp(FILE* out, const Args& topic) {
         if (!matches) continue;
         fprintf(out, "  %s\n      %s\n", form(command).c_str(), command.help);
         any = true;
+    }
+    if (topic.empty()) {
+        fputs("help records: the fields of a RECORD, their units and the limits; help METHOD: the "
+              "arguments of a client method or a module entry\n",
+              out);
     }
     return any;
 }

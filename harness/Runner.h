@@ -44,8 +44,13 @@ class Runner {
     static const std::vector<Command>& commands();
     // "module result ENTRY CODE"
     static std::string form(const Command& command);
-    // Help on every command, or on those whose name starts with `topic`'s words.
+    // Help on every command, on those whose name starts with `topic`'s words, on records, or on
+    // a client method or module entry by its name. False when there is none.
     static bool printHelp(FILE* out, const Args& topic);
+    // records, a client method or a module entry.
+    static bool printTopicHelp(FILE* out, const std::string& topic);
+    // The words help knows, for suggestions.
+    static std::vector<std::string> topics();
 
     Runner(Trace* trace, ModuleLayer* module, ZelLayer* zel);
 

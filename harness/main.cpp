@@ -38,6 +38,26 @@ void usage(FILE* out) {
     arharness::Runner::printHelp(out, {});
 }
 
+void printMethods() {
+    using arharness::jsonString;
+    // What each kind of method answers, as "return" events show it.
+    static const char* const answers[] = {"interface", "none", "names", "records", "number"};
+    for (const arharness::ClientMethod& method : arharness::clientMethods()) {
+        std::vector<std::string> arguments;
+        for (const std::string& word : arharness::splitWords(method.arguments)) {
+            arguments.push_back(jsonString(word));
+        }
+        printf("{\"name\":%s,\"side\":%s,\"version\":%s,\"kind\":%s,\"answer\":%s,"
+               "\"arguments\":[%s]}\n",
+               jsonString(method.name).c_str(),
+               jsonString(method.activity ? "activity" : "environment").c_str(),
+               jsonString(method.v1_1 ? "1.1" : "1.0").c_str(),
+               jsonString(arharness::methodKindName(method.kind)).c_str(),
+               jsonString(answers[static_cast<size_t>(method.kind)]).c_str(),
+               arharness::join(arguments, ",").c_str());
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -56,6 +76,10 @@ int main(int argc, char** argv) {
             for (const auto& command : arharness::Runner::commands()) {
                 printf("%s\n", arharness::Runner::form(command).c_str());
             }
+            return 0;
+        } else if (strcmp(argv[i], "--methods") == 0) {
+            // Not in the usage: the client methods, a JSON object a line, for tools and tests.
+            printMethods();
             return 0;
         } else if (path == nullptr && i == 1 && strcmp(argv[i], "help") == 0) {
             // As on the prompt: `ar-harness help records`.

@@ -58,7 +58,7 @@ CASES = {
                     [r"^-:2: expect what\? 'nonsense'"], "text"),
     "help": (["-"], None, "help zel\nhelp expect NAME no\nhelp zell\n", 2,
              [r"^  zel notify RECORD\.\.\. \[status=N\]", r"^  expect NAME no METHOD\n      NAME",
-              "!expect NAME nothing", r"^-:3: no command 'zell'\n    did you mean: zel$"], "text"),
+              "!expect NAME nothing", r"^-:3: no help on 'zell'\n    did you mean: zel$"], "text"),
     "dump_misuse": (["{file}"], "start\nexpect dump-containing x\n", None, 2,
                     [r"dump_misuse\.scenario:2: .*the command before it was not a dump"], "text"),
     "missing_file": (["/nonexistent/x.scenario"], None, None, 2, [r"cannot read"], "text"),
@@ -115,6 +115,44 @@ CASES.update({
                  r"expected: 3 of enable_activity_event\(1, \*, 2000000000\)\n    got: 1 ",
                  r"the closest: \"  pid\[2001\] activity\[1\] event\[1\]"], "text"),
 })
+
+# Help for the whole language: records, client methods and module entries, on the prompt and as
+# ar-harness help TOPIC.
+CASES.update({
+    "help_records": (["-"], None, "help records\n", 0,
+                     [r"^      t  timestamp in nanoseconds", r"^  Limits: a line 1048576 bytes"],
+                     "text"),
+    "help_method": (["-"], None, "help enableActivityEvent\nhelp enable_activity_event\n"
+                    "help enableActivtyEvent\n", 2,
+                    [r"^  NAME enableActivityEvent ACTIVITY EVENT_TYPE LATENCY\n      asks",
+                     r"^  expect module enable_activity_event ACTIVITY EVENT_TYPE LATENCY$",
+                     r"^-:3: no help on 'enableActivtyEvent'\n    did you mean: enableActivityEvent$"],
+                    "text"),
+    "help_command_line": (["help", "records"], None, None, 0, [], "text"),
+    "help_command_line_unknown": (["help", "nosuch"], None, None, 2,
+                                  [r"^ar-harness: no help on 'nosuch' \(try ar-harness help\)$"],
+                                  "text"),
+})
+
+
+def check_methods(harness, readme):
+    """--methods lists every client method once, as JSON; help and the README know each."""
+    run = subprocess.run([harness, "--methods"], capture_output=True, text=True, timeout=60)
+    methods = [json.loads(line) for line in run.stdout.splitlines()]
+    with open(readme) as text:
+        harness_section = text.read().split("## Harness", 1)[1].split("\n## ", 1)[0]
+    problems = [] if len(methods) >= 20 else ["only %d methods" % len(methods)]
+    for method in methods:
+        name = method["name"]
+        if "`%s" % name not in harness_section:
+            problems.append("the README's Harness section lacks " + name)
+        shown = subprocess.run([harness, "help", name], capture_output=True, text=True,
+                               timeout=60).stdout
+        if "NAME " + name not in shown:
+            problems.append("no help on " + name)
+    print("\n".join(problems))
+    return 1 if problems else 0
+
 
 # Variables a case runs with ({lib}: the build's library folder, next to the harness's bin/).
 ENVIRONMENTS = {"library_missing": {"HIDL_PASSTHROUGH_PATH": "/nonexistent"},
@@ -237,6 +275,8 @@ def main():
         return check_examples(harness, sys.argv[3])
     if name == "readme_commands":
         return check_readme_commands(harness, sys.argv[3])
+    if name == "methods":
+        return check_methods(harness, sys.argv[3])
     if name == "terminal":
         return check_terminal(harness)
     if name == "deterministic":
