@@ -44,7 +44,10 @@ class CallbackObject : public Interface {
         event.name = "linkToDeath";
         event.detail = std::to_string(cookie);
         event.addString("method", event.name).addNumber("cookie", static_cast<int64_t>(cookie));
-        mState->trace->emit(std::move(event.addString("answer", answer)));
+        // JSON: true or false as booleans, a failure as its text.
+        bool answered = answer == "true" || answer == "false";
+        mState->trace->emit(
+                std::move(event.add("answer", answer, answered ? answer : jsonString(answer))));
         return result;
     }
 

@@ -66,7 +66,8 @@ std::string formatDouble(double value);
 std::string quoteToken(const std::string& text);
 // The text on one line: control characters and bytes outside ASCII as \n, \t, \xHH.
 std::string escapeText(const std::string& text);
-// A JSON string literal.
+// A JSON string literal of the text as UTF-8: control characters as \uXXXX, and each byte that is
+// not part of well-formed UTF-8 as the lone surrogate \udcXX (U+DC00 + the byte, so U+DC80 to U+DCFF).
 std::string jsonString(const std::string& text);
 
 // A batch that a lower layer answers or reports, as a command writes it after its fixed words:

@@ -54,6 +54,13 @@ int main(int argc, char** argv) {
                 printf("%s\n", arharness::Runner::form(command).c_str());
             }
             return 0;
+        } else if (strcmp(argv[i], "--kinds") == 0) {
+            // Not in the usage: the JSON names of the event kinds, one a line, for the schema
+            // check.
+            for (size_t kind = 0; kind < arharness::kKindCount; ++kind) {
+                printf("%s\n", arharness::kindJson(static_cast<arharness::Kind>(kind)));
+            }
+            return 0;
         } else if (path == nullptr && (argv[i][0] != '-' || strcmp(argv[i], "-") == 0)) {
             path = argv[i];
         } else {
