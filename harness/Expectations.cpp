@@ -37,6 +37,7 @@ void Runner::check(const std::string& expectation, bool ok, const std::string& e
     event.add("ok", ok ? "ok    " : "FAILED", ok ? "true" : "false")
             .addString("expectation", expectation);
     if (!ok) event.addString("expected", expected).addString("got", got);
+    event.failure = !ok;
     mTrace->emit(std::move(event));
     ++(ok ? mSummary.held : mSummary.failed);
     if (!ok) {

@@ -187,7 +187,7 @@ class Runner {
 // Makes this process the service host, once: the trace on `out`, liblog's lines into it and the
 // simulated lower layers below the HAL. Answers the runner above them; a program that runs many
 // scenarios (a fuzzer, say) starts the host once and feeds the runner.
-Runner* startHost(FILE* out, Format format);
+Runner* startHost(FILE* out, Format format, const TraceFilter& filter = TraceFilter());
 // For the next of many scenarios in one process, after startHost: the last run's client
 // processes end, and a fresh runner begins, with the simulated layers back to their defaults as
 // far as their controls go. The HAL keeps its state, as in a service host that lives on, and

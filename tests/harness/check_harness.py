@@ -200,6 +200,64 @@ def check_schema(harness, schema_path, folders):
     return 1 if problems else 0
 
 
+LONG_BATCH = """\
+start
+client a pid=1 version=1.1 activity
+a register
+a enableActivityEvent 1 1 1s
+module report activities e=1,a=1,t=5 repeat=12
+expect a onActivityChangedV1_1 count=12
+expect a nothing
+expect a onActivityChangedV1_1 count=12
+"""
+
+# options: (trace format, exit status, what the trace must show). Expectations see every event,
+# printed or not: the summary always says 2 held, 1 failed.
+TRACE_CONTROL = [
+    (["--only=check,deliver"], "jsonl", 1,
+     lambda events, text: {e["kind"] for e in events} == {"check", "deliver", "summary"}),
+    (["--quiet"], "jsonl", 1,
+     lambda events, text: [(e["kind"], e.get("ok")) for e in events] == [
+         ("check", False), ("summary", None)]),
+    (["--only=deliver", "--quiet"], "jsonl", 1,
+     lambda events, text: [e["kind"] for e in events] == ["summary"]),
+    (["--quiet"], "text", 1,
+     lambda events, text: len(text) == 2 and " FAILED expect " in text[0]),
+    (["--only=deliver"], "text", 1,
+     lambda events, text: text[0].count("e=1,a=1,t=5,c=0") == 8 and
+     text[0].endswith(" ... 12 records (--all-records shows them)]")),
+    (["--only=deliver", "--all-records"], "text", 1,
+     lambda events, text: text[0].count("e=1,a=1,t=5,c=0") == 12 and "..." not in text[0]),
+]
+
+
+def check_trace_control(harness):
+    """--only, --quiet and --all-records narrow or widen what the trace prints, never what
+    expectations see; a kind that is none is refused in one line."""
+    problems = []
+    with tempfile.TemporaryDirectory() as folder:
+        path = os.path.join(folder, "long_batch.scenario")
+        with open(path, "w") as out:
+            out.write(LONG_BATCH)
+        for options, form, status, shows in TRACE_CONTROL:
+            run = subprocess.run([harness, "--format=" + form] + options + [path],
+                                 capture_output=True, text=True, timeout=120)
+            lines = run.stdout.splitlines()
+            events = [json.loads(line) for line in lines] if form == "jsonl" else []
+            summary = lines[-1] if lines else ""
+            if run.returncode != status or not shows(events, lines) or not (
+                    "2 expectations held, 1 failed" in summary or '"held":2,"failed":1' in summary):
+                problems.append("%s %s: exit status %d, trace:\n%s" % (
+                    form, " ".join(options), run.returncode, run.stdout))
+        run = subprocess.run([harness, "--only=check,bogus", path], capture_output=True,
+                             text=True, timeout=60)
+        if run.returncode != 2 or run.stdout or run.stderr != (
+                "ar-harness: --only: no kind 'bogus'; try --help\n"):
+            problems.append("--only=check,bogus: %d %r" % (run.returncode, run.stderr))
+    print("\n".join(problems))
+    return 1 if problems else 0
+
+
 def check_readme_commands(harness, readme):
     """The README's command table lists the harness's commands, in its order, and --help lists
     each of them."""
@@ -265,6 +323,8 @@ def main():
         return check_schema(harness, sys.argv[3], sys.argv[4:])
     if name == "readme_commands":
         return check_readme_commands(harness, sys.argv[3])
+    if name == "trace_control":
+        return check_trace_control(harness)
     if name == "terminal":
         return check_terminal(harness)
     if name == "deterministic":
