@@ -92,7 +92,7 @@ std::string Runner::interfaceName(const void* object) {
 // Calls one of the service's getters as the client and keeps what it answered.
 bool Runner::connect(Client* client, const std::string& getter) {
     ClientState& state = *client->state;
-    traceCall(state, getter, "");
+    traceCall(state, getter, "", "[]");
     const void* object = nullptr;
     {
         AsClient as(state, false);
@@ -120,7 +120,7 @@ bool Runner::connect(Client* client, const std::string& getter) {
     result.type = Result::Type::kWord;
     result.method = getter;
     result.text = interfaceName(object);
-    result.json = jsonString(result.text);
+    result.json = object != nullptr ? jsonString(result.text) : "null";
     traceReturn(state, result);
     return true;
 }
@@ -379,11 +379,11 @@ bool Runner::needInterface(Client* client) {
 // Makes one call of the client's interface as the client's process, connecting first where
 // needed, and traces it and what it answered.
 template <typename Invoke>
-bool Runner::callInterface(Client* client, const std::string& shownArgs, bool noState,
-                           Result result, const Invoke& invoke) {
+bool Runner::callInterface(Client* client, const std::string& shownArgs, const std::string& argsJson,
+                           bool noState, Result result, const Invoke& invoke) {
     ClientState& state = *client->state;
     if (!needInterface(client)) return false;
-    traceCall(state, result.method, shownArgs);
+    traceCall(state, result.method, shownArgs, argsJson);
     {
         AsClient as(state, noState);
         invoke(&result);
@@ -447,14 +447,16 @@ bool Runner::clientCall(const Args& args) {
         case MethodKind::kGetter:
             return connect(client, method->name);
         case MethodKind::kRegistration:
+            // The callback object shows as its client's name.
             return callInterface(
-                    client, call.null ? "null" : state.name, call.noState, result,
+                    client, call.null ? "null" : state.name,
+                    call.null ? "[null]" : "[" + jsonString(state.name) + "]", call.noState, result,
                     [&](Result*) { registerCallback(*client, method->v1_1, call.null); });
         case MethodKind::kList:
             result.type = Result::Type::kStrings;
             result.text = "no answer";
             result.json = "null";
-            return callInterface(client, "", call.noState, result, [&](Result* answer) {
+            return callInterface(client, "", "[]", call.noState, result, [&](Result* answer) {
                 getSupportedList(*client, [&](const hidl_vec<hidl_string>& names) {
                     std::vector<std::string> quoted;
                     std::string json = "[";
@@ -472,7 +474,7 @@ bool Runner::clientCall(const Args& args) {
             result.fields = fields;
             result.text = "no answer";
             result.json = "null";
-            return callInterface(client, "", call.noState, result, [&](Result* answer) {
+            return callInterface(client, "", "[]", call.noState, result, [&](Result* answer) {
                 getCurrentRecords(*client, method->v1_1, [&](const std::vector<Record>& records) {
                     answer->text = formatRecords(records, fields);
                     answer->json = recordsJson(records, fields);
@@ -500,22 +502,27 @@ bool Runner::clientCall(const Args& args) {
     if (arity > 0) shown.push_back(std::to_string(values.target));
     if (arity > 1) shown.push_back(std::to_string(values.eventType));
     if (arity > 2) shown.push_back(std::to_string(values.latency));
-    if (method->takesParams) shown.push_back(formatParams(call.params));
-    return callInterface(client, join(shown, ", "), call.noState, result, [&](Result* answer) {
-        Return<int32_t> r = method->control(*client, values);
-        answer->type = Result::Type::kInt;
-        answer->text = r.isOk() ? std::to_string(static_cast<int32_t>(r))
-                                : "transport error: " + r.description();
-        answer->json = r.isOk() ? answer->text : jsonString(answer->text);
-    });
+    Args json = shown;
+    if (method->takesParams) {
+        shown.push_back(formatParams(call.params));
+        json.push_back(paramsJson(call.params));
+    }
+    return callInterface(client, join(shown, ", "), "[" + join(json, ",") + "]", call.noState,
+                         result, [&](Result* answer) {
+                             Return<int32_t> r = method->control(*client, values);
+                             answer->type = Result::Type::kInt;
+                             answer->text = r.isOk() ? std::to_string(static_cast<int32_t>(r))
+                                                     : "transport error: " + r.description();
+                             answer->json = r.isOk() ? answer->text : jsonString(answer->text);
+                         });
 }
 
-void Runner::traceCall(const ClientState& state, const std::string& method,
-                       const std::string& args) {
+void Runner::traceCall(const ClientState& state, const std::string& method, const std::string& args,
+                       const std::string& argsJson) {
     Event event = state.event(Kind::kCall, "{client}[{pid}] {method}({args})");
     event.name = method;
     event.detail = args;
-    mTrace->emit(std::move(event.addString("method", method).addString("args", args)));
+    mTrace->emit(std::move(event.addString("method", method).add("args", args, argsJson)));
 }
 
 void Runner::traceReturn(const ClientState& state, Result result) {

@@ -44,7 +44,10 @@ class CallbackObject : public Interface {
         event.name = "linkToDeath";
         event.detail = std::to_string(cookie);
         event.addString("method", event.name).addNumber("cookie", static_cast<int64_t>(cookie));
-        mState->trace->emit(std::move(event.addString("answer", answer)));
+        // JSON: true or false as booleans, a failure as its text.
+        bool answered = answer == "true" || answer == "false";
+        mState->trace->emit(
+                std::move(event.add("answer", answer, answered ? answer : jsonString(answer))));
         return result;
     }
 
@@ -73,11 +76,10 @@ class CallbackObject : public Interface {
         event.detail = formatRecords(records, fields);
         event.items = static_cast<int>(records.size());
         // Long batches are shown by their first records; expectations see them whole.
-        std::vector<Record> shown(records.begin(),
-                                  records.begin() + std::min<size_t>(8, records.size()));
+        std::vector<Record> shown = mState->trace->shownRecords(records);
         std::string text = formatRecords(shown, fields);
         if (shown.size() < records.size()) {
-            text.insert(text.size() - 1, " ... " + std::to_string(records.size()) + " records");
+            text.insert(text.size() - 1, Trace::moreRecords(records.size()));
         }
         event.addString("method", method).add("records", text, recordsJson(records, fields));
         mState->trace->emit(std::move(event.addString("answer", fail ? answer : "ok")));

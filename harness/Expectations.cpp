@@ -40,9 +40,16 @@ void Runner::check(const std::string& expectation, bool ok, const std::string& e
     std::string shownExpectation = shorten(expectation, kShownBytes);
     event.add("ok", ok ? "ok    " : "FAILED", ok ? "true" : "false")
             .addString("expectation", shownExpectation);
-    std::string shownExpected = escapeText(shorten(expected, kShownBytes));
-    std::string shownGot = escapeText(shorten(got, kShownBytes));
-    if (!ok) event.addString("expected", shownExpected).addString("got", shownGot);
+    // The text line escapes what the terminal must not interpret; JSON carries the text itself.
+    std::string shortExpected = shorten(expected, kShownBytes);
+    std::string shortGot = shorten(got, kShownBytes);
+    std::string shownExpected = escapeText(shortExpected);
+    std::string shownGot = escapeText(shortGot);
+    if (!ok) {
+        event.add("expected", shownExpected, jsonString(shortExpected))
+                .add("got", shownGot, jsonString(shortGot));
+    }
+    event.failure = !ok;
     mTrace->emit(std::move(event));
     ++(ok ? mSummary.held : mSummary.failed);
     if (!ok) {

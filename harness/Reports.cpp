@@ -17,6 +17,16 @@ std::vector<Record> repeated(const BatchOptions& batch) {
     return records;
 }
 
+// A batch as its text line shows it: the first records, and how many there are in all.
+std::string shownRecords(const Trace& trace, const std::vector<Record>& records, Fields fields) {
+    std::vector<Record> shown = trace.shownRecords(records);
+    std::string text = formatRecords(shown, fields);
+    if (shown.size() < records.size()) {
+        text.insert(text.size() - 1, Trace::moreRecords(records.size()));
+    }
+    return text;
+}
+
 // A report's records (`shown` in the line; none with null) and the identity of its thread.
 Event& addRecords(Event& event, const BatchOptions& batch, const std::vector<Record>& records,
                   Fields fields, const std::string& shown) {
@@ -61,9 +71,7 @@ bool Runner::moduleReport(const Args& args) {
     }
     std::vector<Record> records = repeated(batch);
     if (!batch.hasCount) batch.count = static_cast<int32_t>(records.size());
-    std::string shown = records.size() <= 8 ? formatRecords(records, kind->fields)
-                                            : std::to_string(records.size()) + " records, first " +
-                                                      formatRecord(records[0], kind->fields);
+    std::string shown = shownRecords(*mTrace, records, kind->fields);
     Event event(Kind::kReport, "{layer} {slot}({records}, {count}) from the module thread, {pid}");
     event.subject = "module";
     event.name = kind->slot;
@@ -102,8 +110,7 @@ bool Runner::zelNotify(const Args& args) {
                 0);
         if (size > 0) memcpy(data.data(), events.data(), size);
     }
-    std::string shown = records.size() <= 8 ? formatRecords(records, Fields::kShortC)
-                                            : std::to_string(records.size()) + " records";
+    std::string shown = shownRecords(*mTrace, records, Fields::kShortC);
     Event event(Kind::kReport,
                 "{layer} ZelNotify({status}, {bytes}, {records}) from the library's thread, {pid}");
     event.subject = "zel";

@@ -19,6 +19,22 @@ void Runner::note(Kind kind, const std::string& text, const std::vector<Event::F
     mTrace->emit(std::move(event));
 }
 
+// A scenario error as an event: its first line is the text, the indented lines under it (the
+// closest commands, say) its hint.
+void Runner::traceError(const std::string& message) {
+    size_t end = message.find('\n');
+    std::vector<Event::Field> hint;
+    if (end != std::string::npos) {
+        std::vector<std::string> lines;
+        for (const std::string& line : splitLines(message.substr(end + 1))) {
+            lines.push_back(line.substr(std::min(line.find_first_not_of(' '), line.size())));
+        }
+        std::string text = join(lines, "\n");
+        hint.push_back({"hint", text, jsonString(text)});
+    }
+    note(Kind::kError, message.substr(0, end), hint);
+}
+
 // ---- the run ----
 
 Runner::Summary Runner::run(const std::string& name, std::istream& in, const Options& options) {
@@ -33,7 +49,7 @@ Runner::Summary Runner::run(const std::string& name, std::istream& in, const Opt
         if (runLine(name, line, text)) continue;
         ++mSummary.errors;
         fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, mError.c_str());
-        if (mTrace->format() == Format::kJsonl) note(Kind::kError, mError);
+        if (mTrace->format() == Format::kJsonl) traceError(mError);
         if (!options.interactive) break;
     }
     if (options.interactive) fputs("\n", stderr);
@@ -71,7 +87,10 @@ bool Runner::runLine(const std::string& file, int line, const std::string& text)
     if (args[0] != "expect" && args[0] != "help") {
         mTrace->beginStep();
         mResult = Result();
-        note(Kind::kCommand, rest(args, 0));
+        // JSON also has the words as they were read, as UTF-8 text.
+        std::vector<std::string> words;
+        for (const std::string& word : args) words.push_back(jsonString(word));
+        note(Kind::kCommand, rest(args, 0), {{"words", "", "[" + join(words, ",") + "]"}});
     }
     size_t words = 0;
     mCommand = find(args, &words);

@@ -98,6 +98,7 @@ class Runner {
     Client* findClient(const std::string& name);
     // An event that shows a text, with more fields for tools.
     void note(Kind kind, const std::string& text, const std::vector<Event::Field>& more = {});
+    void traceError(const std::string& message);
     // Words that begin a command, or follow `expect` and so select an expectation.
     static bool reserved(const std::string& name);
 
@@ -131,13 +132,15 @@ class Runner {
     bool clientCall(const Args& args);
     // `invoke` makes the call and puts what it answered into the Result it is given.
     template <typename Invoke>
-    bool callInterface(Client* client, const std::string& shownArgs, bool noState, Result result,
-                       const Invoke& invoke);
+    // `shownArgs` is the arguments' text, `argsJson` their JSON array.
+    bool callInterface(Client* client, const std::string& shownArgs, const std::string& argsJson,
+                       bool noState, Result result, const Invoke& invoke);
     // False (with the error) before start, or when start got no service.
     bool needService();
     bool connect(Client* client, const std::string& getter);
     bool needInterface(Client* client);
-    void traceCall(const ClientState& state, const std::string& method, const std::string& args);
+    void traceCall(const ClientState& state, const std::string& method, const std::string& args,
+                   const std::string& argsJson);
     void traceReturn(const ClientState& state, Result result);
     std::string interfaceName(const void* object);
 
@@ -197,7 +200,7 @@ class Runner {
 // Makes this process the service host, once: the trace on `out`, liblog's lines into it and the
 // simulated lower layers below the HAL. Answers the runner above them; a program that runs many
 // scenarios (a fuzzer, say) starts the host once and feeds the runner.
-Runner* startHost(FILE* out, Format format);
+Runner* startHost(FILE* out, Format format, const TraceFilter& filter = TraceFilter());
 // For the next of many scenarios in one process, after startHost: the last run's client
 // processes end, and a fresh runner begins, with the simulated layers back to their defaults as
 // far as their controls go. The HAL keeps its state, as in a service host that lives on, and

@@ -228,7 +228,7 @@ bool Runner::start(const Args& args) {
     ClientState host;
     host.name = "host";
     host.pid = kHostPid;
-    traceCall(host, kEntryPoint, quoteToken(instance));
+    traceCall(host, kEntryPoint, quoteToken(instance), "[" + jsonString(instance) + "]");
     mService = ar::V1_1::IActivityRecognition::getService(instance);
     if (mService == nullptr &&
         ::android::hardware::getAllHalInstanceNames(ar::V1_1::IActivityRecognition::descriptor)
@@ -242,7 +242,7 @@ bool Runner::start(const Args& args) {
     result.type = Result::Type::kWord;
     result.method = kEntryPoint;
     result.text = mService != nullptr ? "service" : "null";
-    result.json = jsonString(result.text);
+    result.json = mService != nullptr ? jsonString(result.text) : "null";
     traceReturn(host, result);
     return true;
 }

@@ -466,36 +466,66 @@ std::string escapeMessage(const std::string& text) {
     return escaped;
 }
 
+namespace {
+
+// The length of the well-formed UTF-8 sequence at `at` (shortest form, no surrogates, at most
+// U+10FFFF), or 0 when the byte there does not begin one.
+size_t utf8SequenceAt(const std::string& text, size_t at) {
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char lead = byte(at);
+    size_t length = lead < 0x80                    ? 1
+                    : lead >= 0xc2 && lead <= 0xdf ? 2
+                    : lead >= 0xe0 && lead <= 0xef ? 3
+                    : lead >= 0xf0 && lead <= 0xf4 ? 4
+                                                   : 0;
+    if (length == 0 || at + length > text.size()) return 0;
+    for (size_t i = 1; i < length; ++i) {
+        if ((byte(at + i) & 0xc0) != 0x80) return 0;
+    }
+    unsigned char second = length > 1 ? byte(at + 1) : 0;
+    if ((lead == 0xe0 && second < 0xa0) || (lead == 0xed && second >= 0xa0) ||
+        (lead == 0xf0 && second < 0x90) || (lead == 0xf4 && second >= 0x90)) {
+        return 0;
+    }
+    return length;
+}
+
+}  // namespace
+
 std::string jsonString(const std::string& text) {
     std::string json = "\"";
-    for (unsigned char c : text) {
-        switch (c) {
-            case '"':
-                json += "\\\"";
-                break;
-            case '\\':
-                json += "\\\\";
-                break;
-            case '\n':
-                json += "\\n";
-                break;
-            case '\t':
-                json += "\\t";
-                break;
-            case '\r':
-                json += "\\r";
-                break;
-            default:
-                if (c < 0x20 || c >= 0x7f) {
-                    // Bytes outside printable ASCII travel as code points, so every line stays
-                    // valid UTF-8 whatever the HAL logs.
-                    char buffer[8];
-                    snprintf(buffer, sizeof(buffer), "\\u%04x", c);
-                    json += buffer;
-                } else {
-                    json += static_cast<char>(c);
-                }
+    char buffer[8];
+    for (size_t at = 0; at < text.size();) {
+        unsigned char c = static_cast<unsigned char>(text[at]);
+        size_t length = utf8SequenceAt(text, at);
+        // C1 controls (U+0080 to U+009F) are two bytes beginning with 0xc2.
+        bool control = c < 0x20 || c == 0x7f ||
+                       (c == 0xc2 && length == 2 && static_cast<unsigned char>(text[at + 1]) < 0xa0);
+        if (c == '"' || c == '\\') {
+            json += '\\';
+            json += static_cast<char>(c);
+        } else if (c == '\n') {
+            json += "\\n";
+        } else if (c == '\t') {
+            json += "\\t";
+        } else if (c == '\r') {
+            json += "\\r";
+        } else if (control) {
+            // Control characters never reach a terminal raw: as their code points.
+            unsigned code = length == 2 ? static_cast<unsigned char>(text[at + 1]) : c;
+            snprintf(buffer, sizeof(buffer), "\\u%04x", code);
+            json += buffer;
+        } else if (length == 0) {
+            // A byte that is not UTF-8 travels as the lone low surrogate U+DC00 + byte (U+DC80 to
+            // U+DCFF), which no UTF-8 text can hold: a reader gets the bytes back exactly, as
+            // Python's "surrogateescape" error handler does.
+            snprintf(buffer, sizeof(buffer), "\\udc%02x", c);
+            json += buffer;
+            length = 1;
+        } else {
+            json.append(text, at, length);
         }
+        at += length;
     }
     return json + "\"";
 }

@@ -88,7 +88,8 @@ std::string escapeText(const std::string& text);
 std::string quoteWord(const std::string& word);
 // A message for the terminal: escaped as escapeText escapes, except that line ends stay.
 std::string escapeMessage(const std::string& text);
-// A JSON string literal.
+// A JSON string literal of the text as UTF-8: control characters as \uXXXX, and each byte that is
+// not part of well-formed UTF-8 as the lone surrogate \udcXX (U+DC00 + the byte, so U+DC80 to U+DCFF).
 std::string jsonString(const std::string& text);
 
 // A batch that a lower layer answers or reports, as a command writes it after its fixed words:

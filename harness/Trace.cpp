@@ -115,6 +115,16 @@ void Trace::beginStep() {
     mStep.clear();
 }
 
+std::string Trace::moreRecords(size_t total) {
+    return " ... " + std::to_string(total) + " records (--all-records shows them)";
+}
+
+bool Trace::prints(const Event& event) const {
+    if (event.kind == Kind::kSummary) return true;
+    if (!mFilter.kinds.test(static_cast<size_t>(event.kind))) return false;
+    return !mFilter.quiet || event.failure || event.kind == Kind::kError;
+}
+
 void Trace::emit(Event event) {
     static thread_local bool tInHook = false;
     if (mBeforeEmit && !tInHook) {
@@ -123,7 +133,9 @@ void Trace::emit(Event event) {
         tInHook = false;
     }
     std::lock_guard<std::mutex> guard(mLock);
-    if (mFormat == Format::kJsonl) {
+    if (!prints(event)) {
+        // Kept for expectations, not printed.
+    } else if (mFormat == Format::kJsonl) {
         fprintf(mOut, "{\"file\":%s,\"line\":%d,\"kind\":%s%s}\n", jsonString(mFile).c_str(), mLine,
                 jsonString(kindJson(event.kind)).c_str(), event.object().c_str());
     } else if (event.kind == Kind::kCommand) {
@@ -131,7 +143,7 @@ void Trace::emit(Event event) {
     } else {
         fprintf(mOut, "%5d   %-7s %s\n", mLine, kindText(event.kind), event.line().c_str());
     }
-    fflush(mOut);
+    fflush(mOut);  // every event as it happens, with stderr's messages between them
     mStep.push_back(std::move(event));
 }
 

@@ -6,6 +6,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <algorithm>
+#include <bitset>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -70,11 +72,34 @@ struct Event {
     std::string detail;
     int items = 0;  // records of a delivery
     bool consumed = false;
+    bool failure = false;  // an expectation that failed: shown even by a quiet trace
+};
+
+// What a trace prints. Every event is kept for expectations whatever it prints, and the summary
+// always ends the trace.
+struct TraceFilter {
+    std::bitset<kKindCount> kinds = std::bitset<kKindCount>().set();
+    // Quiet: of those kinds, only failures (failed expectations, errors) and the summary.
+    bool quiet = false;
+    // Records of a batch that its text line shows (0: all); JSON Lines always has all of them.
+    size_t records = 8;
 };
 
 class Trace {
   public:
     Trace(FILE* out, Format format);
+
+    void setFilter(const TraceFilter& filter) { mFilter = filter; }
+    // A batch's records in the text trace: the first ones the filter shows, and how many
+    // there are when they are not all shown.
+    template <typename Item>
+    std::vector<Item> shownRecords(const std::vector<Item>& records) const {
+        size_t shown =
+                mFilter.records == 0 ? records.size() : std::min(mFilter.records, records.size());
+        return std::vector<Item>(records.begin(), records.begin() + shown);
+    }
+    // What follows the shown records when there are more: " ... N records (--all-records)".
+    static std::string moreRecords(size_t total);
 
     // The scenario line that the following events belong to.
     void setLocation(const std::string& file, int line);
@@ -90,7 +115,10 @@ class Trace {
     void withStep(const std::function<void(std::vector<Event>&)>& work);
 
   private:
+    bool prints(const Event& event) const;
+
     std::function<void()> mBeforeEmit;
+    TraceFilter mFilter;
     std::mutex mLock;
     FILE* mOut;
     Format mFormat;

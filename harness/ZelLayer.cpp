@@ -98,7 +98,7 @@ void ZelLayer::flush() {
                 entry = event.name = "ZelMotionEnable";
                 event.detail = ints = intAt(call, 0);
                 event.layout = "{entry}({ints}) -> {answer}";
-                answer = call.result != 0 ? "true" : "false";
+                answer = call.result != 0 ? "true" : "false";  // a bool, in JSON too
                 break;
         }
         std::string json = "[";
@@ -111,7 +111,7 @@ void ZelLayer::flush() {
                 .add("param", quoted(call.param), jsonString(call.param))
                 .addNumber("length", call.length)
                 .add("ints", ints, json + "]")
-                .addString("answer", answer);
+                .add("answer", answer, answer);
         mTrace->emit(std::move(event));
     }
 }

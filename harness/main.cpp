@@ -29,10 +29,16 @@ using arharness::Format;
 
 void usage(FILE* out) {
     fprintf(out,
-            "usage: ar-harness [--format=text|jsonl] [FILE | -]\n"
+            "usage: ar-harness [--format=text|jsonl] [--only=KIND,...] [--quiet] [--all-records]\n"
+            "                  [FILE | -]\n"
             "  no FILE: runs the built-in default scenario\n"
             "  FILE:    runs a scenario file\n"
             "  -:       reads scenario lines from standard input, one at a time\n"
+            "  --only=KIND,...  prints only events of these kinds (and the summary): command, call,\n"
+            "                   return, deliver, report, link, death, module, zel, log, setup,\n"
+            "                   note, dump, check, error\n"
+            "  --quiet          prints only failed expectations, scenario errors and the summary\n"
+            "  --all-records    a batch's text line shows all its records, not the first 8\n"
             "Exit status: 0 all expectations held, 1 an expectation failed, 2 scenario error.\n"
             "Commands (NAME is a client; help COMMAND in a scenario shows one):\n");
     arharness::Runner::printHelp(out, {});
@@ -58,16 +64,42 @@ void printMethods() {
     }
 }
 
+// --only=KIND,...: the kinds the trace prints. False, with a message, on a name that is none.
+bool parseOnly(const char* list, arharness::TraceFilter* filter) {
+    filter->kinds.reset();
+    std::string names = list;
+    for (size_t at = 0; at <= names.size();) {
+        size_t comma = std::min(names.find(',', at), names.size());
+        arharness::Kind kind;
+        if (!arharness::parseKind(names.substr(at, comma - at), &kind)) {
+            std::string name = names.substr(at, std::min<size_t>(comma - at, 64));
+            fprintf(stderr, "ar-harness: --only: no kind '%s'; try --help\n",
+                    arharness::escapeText(name).c_str());
+            return false;
+        }
+        filter->kinds.set(static_cast<size_t>(kind));
+        at = comma + 1;
+    }
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     Format format = Format::kText;
+    arharness::TraceFilter filter;
     const char* path = nullptr;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--format=text") == 0) {
             format = Format::kText;
         } else if (strcmp(argv[i], "--format=jsonl") == 0) {
             format = Format::kJsonl;
+        } else if (strncmp(argv[i], "--only=", 7) == 0) {
+            if (!parseOnly(argv[i] + 7, &filter)) return 2;
+        } else if (strcmp(argv[i], "--quiet") == 0) {
+            filter.quiet = true;
+        } else if (strcmp(argv[i], "--all-records") == 0) {
+            filter.records = 0;
         } else if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
             usage(stdout);
             return 0;
@@ -88,6 +120,14 @@ int main(int argc, char** argv) {
             fprintf(stderr, "ar-harness: no help on %s (try ar-harness help)\n",
                     arharness::quoteWord(arharness::join(topic, " ")).c_str());
             return 2;
+
+        } else if (strcmp(argv[i], "--kinds") == 0) {
+            // Not in the usage: the JSON names of the event kinds, one a line, for the schema
+            // check.
+            for (size_t kind = 0; kind < arharness::kKindCount; ++kind) {
+                printf("%s\n", arharness::kindJson(static_cast<arharness::Kind>(kind)));
+            }
+            return 0;
         } else if (path == nullptr && (argv[i][0] != '-' || strcmp(argv[i], "-") == 0)) {
             path = argv[i];
         } else {
@@ -129,7 +169,7 @@ int main(int argc, char** argv) {
     arharness::Runner::Options options;
     options.interactive = interactive;
     arharness::Runner::Summary summary =
-            arharness::startHost(stdout, format)->run(name, *in, options);
+            arharness::startHost(stdout, format, filter)->run(name, *in, options);
     fflush(stdout);
     if (summary.errors > 0) return 2;
     if (summary.failed > 0) return 1;

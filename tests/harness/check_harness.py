@@ -5,6 +5,7 @@ for --format=jsonl, that every line of the trace is a JSON object with file, lin
 usage: check_harness.py HARNESS CASE
        check_harness.py HARNESS examples_jsonl FOLDER
        check_harness.py HARNESS readme_commands README
+       check_harness.py HARNESS schema SCHEMA FOLDER...
 """
 import json
 import os
@@ -212,6 +213,131 @@ def check_examples(harness, folder):
     return 1 if problems else 0
 
 
+# Text that must come back from a JSON parser as it went in: UTF-8 as itself, bytes that are not
+# UTF-8 and control characters reversibly. A report nobody hears, the failed expectation, the
+# deaths and the unknown command give the kinds that scenarios that pass never show.
+ROUND_TRIP = """\
+module report environments e=1,a=1
+start
+client a pid=10 version=1.1 activity
+a register
+a enableActivityEventExtend 1 1 1s x=caf\xc3\xa9
+expect module enable_activity_event_extend 1 1 1s
+module report extended "e=1,a=1,t=1,s=1,x=caf\\xc3\\xa9\\xff\\x1b"
+kill a
+client b pid=11 version=1.0 activity
+kill b
+strat
+"""
+
+
+def check_schema(harness, schema_path, folders):
+    """The JSON Lines trace of every scenario of the folders, and of ROUND_TRIP, validates against
+    the schema, whose kinds are the harness's; text survives the trip through JSON."""
+    import jsonschema  # Debian's python3-jsonschema
+    with open(schema_path) as text:
+        schema = json.load(text)
+    jsonschema.Draft202012Validator.check_schema(schema)
+    validator = jsonschema.Draft202012Validator(schema)
+    problems = []
+    kinds = subprocess.run([harness, "--kinds"], capture_output=True, text=True,
+                           timeout=60).stdout.split()
+    if kinds != schema["properties"]["kind"]["enum"]:
+        problems.append("the schema's kinds %s, the harness's %s" % (
+            schema["properties"]["kind"]["enum"], kinds))
+    with tempfile.TemporaryDirectory() as folder:
+        round_trip = os.path.join(folder, "round_trip.scenario")
+        with open(round_trip, "wb") as out:
+            out.write(ROUND_TRIP.encode("latin-1"))
+        paths = [os.path.join(f, n) for f in folders for n in sorted(os.listdir(f))
+                 if n.endswith(".scenario")] + [round_trip]
+        traces = {}
+        for path in paths:
+            run = subprocess.run([harness, "--format=jsonl", path], capture_output=True,
+                                 timeout=120)
+            if any(b < 0x20 and b != 0x0a for b in run.stdout):
+                problems.append(path + ": a raw control byte in the trace")
+            events = [json.loads(line) for line in run.stdout.decode("utf-8").splitlines()]
+            traces[path] = events
+            for number, event in enumerate(events, 1):
+                for error in validator.iter_errors(event):
+                    problems.append("%s: line %d of the trace: %s at %s\n    %s" % (
+                        os.path.basename(path), number, error.message, list(error.absolute_path),
+                        json.dumps(event)[:300]))
+    seen = {event["kind"] for events in traces.values() for event in events}
+    problems += ["no scenario shows an event of kind " + k for k in kinds if k not in seen]
+    events = traces[round_trip]
+    module = [e for e in events if e["kind"] == "module" and e["entry"].endswith("_extend")]
+    if not module or module[0]["args"][3] != {"p": [0, 0, 0, 0], "x": "caf\u00e9"}:
+        problems.append("x=caf\u00e9 came back otherwise: %s" % module)
+    delivered = [e["records"][0]["x"] for e in events if e["kind"] == "deliver"]
+    if [x.encode("utf-8", "surrogateescape") for x in delivered] != [b"caf\xc3\xa9\xff\x1b"]:
+        problems.append("bytes that are not UTF-8 did not come back: %s" % delivered)
+    errors = [(e["text"], e.get("hint")) for e in events if e["kind"] == "error"]
+    if errors != [("unknown command or client 'strat'", "did you mean: start")]:
+        problems.append("the error and its hint: %s" % errors)
+    print("\n".join(problems))
+    return 1 if problems else 0
+
+
+LONG_BATCH = """\
+start
+client a pid=1 version=1.1 activity
+a register
+a enableActivityEvent 1 1 1s
+module report activities e=1,a=1,t=5 repeat=12
+expect a onActivityChangedV1_1 records=12
+expect a nothing
+expect a onActivityChangedV1_1 records=12
+"""
+
+# options: (trace format, exit status, what the trace must show). Expectations see every event,
+# printed or not: the summary always says 2 held, 1 failed.
+TRACE_CONTROL = [
+    (["--only=check,deliver"], "jsonl", 1,
+     lambda events, text: {e["kind"] for e in events} == {"check", "deliver", "summary"}),
+    (["--quiet"], "jsonl", 1,
+     lambda events, text: [(e["kind"], e.get("ok")) for e in events] == [
+         ("check", False), ("summary", None)]),
+    (["--only=deliver", "--quiet"], "jsonl", 1,
+     lambda events, text: [e["kind"] for e in events] == ["summary"]),
+    (["--quiet"], "text", 1,
+     lambda events, text: len(text) == 2 and " FAILED expect " in text[0]),
+    (["--only=deliver"], "text", 1,
+     lambda events, text: text[0].count("e=1,a=1,t=5,c=0") == 8 and
+     text[0].endswith(" ... 12 records (--all-records shows them)]")),
+    (["--only=deliver", "--all-records"], "text", 1,
+     lambda events, text: text[0].count("e=1,a=1,t=5,c=0") == 12 and "..." not in text[0]),
+]
+
+
+def check_trace_control(harness):
+    """--only, --quiet and --all-records narrow or widen what the trace prints, never what
+    expectations see; a kind that is none is refused in one line."""
+    problems = []
+    with tempfile.TemporaryDirectory() as folder:
+        path = os.path.join(folder, "long_batch.scenario")
+        with open(path, "w") as out:
+            out.write(LONG_BATCH)
+        for options, form, status, shows in TRACE_CONTROL:
+            run = subprocess.run([harness, "--format=" + form] + options + [path],
+                                 capture_output=True, text=True, timeout=120)
+            lines = run.stdout.splitlines()
+            events = [json.loads(line) for line in lines] if form == "jsonl" else []
+            summary = lines[-1] if lines else ""
+            if run.returncode != status or not shows(events, lines) or not (
+                    "2 expectations held, 1 failed" in summary or '"held":2,"failed":1' in summary):
+                problems.append("%s %s: exit status %d, trace:\n%s" % (
+                    form, " ".join(options), run.returncode, run.stdout))
+        run = subprocess.run([harness, "--only=check,bogus", path], capture_output=True,
+                             text=True, timeout=60)
+        if run.returncode != 2 or run.stdout or run.stderr != (
+                "ar-harness: --only: no kind 'bogus'; try --help\n"):
+            problems.append("--only=check,bogus: %d %r" % (run.returncode, run.stderr))
+    print("\n".join(problems))
+    return 1 if problems else 0
+
+
 def check_readme_commands(harness, readme):
     """The README's command table lists the harness's commands, in its order, and --help lists
     each of them."""
@@ -273,10 +399,14 @@ def main():
     harness, name = sys.argv[1], sys.argv[2]
     if name == "examples_jsonl":
         return check_examples(harness, sys.argv[3])
+    if name == "schema":
+        return check_schema(harness, sys.argv[3], sys.argv[4:])
     if name == "readme_commands":
         return check_readme_commands(harness, sys.argv[3])
     if name == "methods":
         return check_methods(harness, sys.argv[3])
+    if name == "trace_control":
+        return check_trace_control(harness)
     if name == "terminal":
         return check_terminal(harness)
     if name == "deterministic":
