@@ -4,7 +4,8 @@
 //
 // One process hosts one service, so the process starts it before the first input, with both
 // interfaces created and the client library bound; every input's `start` answers that service.
-// Inputs are bounded in lines, and a batch in records, so that one input stays fast.
+// Inputs are bounded in lines, a line in bytes and a batch in records, so that one input stays
+// fast.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -20,6 +21,9 @@ namespace {
 constexpr size_t kMaxLines = 64;
 // Above the HAL's own limit of a batch (192), so that its refusal stays reachable.
 constexpr int32_t kBatchLimit = 1000;
+// Lines above this are refused as over-long: low enough that inputs reach it, high enough for
+// every seed scenario's lines and for lists that reach their own bounds (512 names).
+constexpr size_t kLineLimit = 4096;
 
 constexpr char kHostSetUp[] =
         "property ro.odm.config.zel_service_enable true\n"
@@ -42,6 +46,7 @@ arharness::Runner::Summary runScenario(arharness::Runner* runner, const std::str
 
 extern "C" int LLVMFuzzerInitialize(int* /* argc */, char*** /* argv */) {
     arharness::setBatchLimit(kBatchLimit);
+    arharness::setLineLimit(kLineLimit);
     FILE* trace = fopen("/dev/null", "w");
     if (trace == nullptr) abort();
     arharness::Runner* runner = arharness::startHost(trace, arharness::Format::kText);

@@ -64,7 +64,7 @@ void Runner::killProcess(pid_t pid) {
         auto links = client->state->links;
         for (const auto& link : links) {
             Event event = client->state->event(
-                    "death", "{client}[{pid}] died: serviceDied(cookie {cookie})");
+                    Kind::kDeath, "{client}[{pid}] died: serviceDied(cookie {cookie})");
             event.name = "serviceDied";
             event.detail = std::to_string(link.second);
             mTrace->emit(std::move(event.addNumber("cookie", static_cast<int64_t>(link.second))));
@@ -74,8 +74,8 @@ void Runner::killProcess(pid_t pid) {
         client->state->links.clear();
     }
     if (notices == 0) {
-        note("death", "process " + std::to_string(pid) +
-                              " died; nothing was linked to the death of its objects");
+        note(Kind::kDeath, "process " + std::to_string(pid) +
+                                   " died; nothing was linked to the death of its objects");
     }
 }
 
@@ -92,7 +92,7 @@ std::string Runner::interfaceName(const void* object) {
 // Calls one of the service's getters as the client and keeps what it answered.
 bool Runner::connect(Client* client, const std::string& getter) {
     ClientState& state = *client->state;
-    traceCall(state, getter, "");
+    traceCall(state, getter, "", "[]");
     const void* object = nullptr;
     {
         AsClient as(state, false);
@@ -120,124 +120,156 @@ bool Runner::connect(Client* client, const std::string& getter) {
     result.type = Result::Type::kWord;
     result.method = getter;
     result.text = interfaceName(object);
-    result.json = jsonString(result.text);
+    result.json = object != nullptr ? jsonString(result.text) : "null";
     traceReturn(state, result);
     return true;
 }
 
+// ---- the table of client methods ----
+
 namespace {
 
-// The arguments of a control call in the order they are written: the activity (or environment),
-// the event type and the latency, as many of them as the method takes, and the extra parameters.
-struct ControlArgs {
-    uint32_t target = 0;
-    uint32_t eventType = 0;
-    int64_t latency = 0;
-    ar::V1_0::OtherParams params;
-};
-
-// A method of a side's interface that takes numbers, maybe extra parameters, and answers a number.
-struct ControlMethod {
-    const char* name;
-    size_t arity;  // how many of the target, the event type and the latency it takes
-    bool takesParams;
-    Return<int32_t> (*invoke)(const Client& client, const ControlArgs& args);
-};
-
-const ControlMethod kActivityControls[] = {
-        {"enableActivityEvent", 3, false,
-         [](const Client& client, const ControlArgs& args) {
-             return client.activityInterfaceV1_0->enableActivityEvent(args.target, args.eventType,
-                                                                      args.latency);
-         }},
-        {"enableActivityEventExtend", 3, true,
-         [](const Client& client, const ControlArgs& args) {
-             return client.activityInterfaceV1_0->enableActivityEventExtend(
-                     args.target, args.eventType, args.latency, args.params);
-         }},
-        {"disableActivityEvent", 2, false,
-         [](const Client& client, const ControlArgs& args) {
-             return client.activityInterfaceV1_0->disableActivityEvent(args.target, args.eventType);
-         }},
-        {"flush", 0, false, [](const Client& client, const ControlArgs&) {
-             return client.activityInterfaceV1_0->flush();
-         }}};
-
-const ControlMethod kEnvironmentControls[] = {
-        {"initEnvironment", 1, true,
-         [](const Client& client, const ControlArgs& args) {
-             return client.environmentInterfaceV1_0->initEnvironment(args.target, args.params);
-         }},
-        {"exitEnvironment", 1, true,
-         [](const Client& client, const ControlArgs& args) {
-             return client.environmentInterfaceV1_0->exitEnvironment(args.target, args.params);
-         }},
-        {"enableEnvironment", 3, true,
-         [](const Client& client, const ControlArgs& args) {
-             return client.environmentInterfaceV1_0->enableEnvironment(args.target, args.eventType,
-                                                                       args.latency, args.params);
-         }},
-        {"disableEnvironment", 2, false, [](const Client& client, const ControlArgs& args) {
-             return client.environmentInterfaceV1_0->disableEnvironment(args.target, args.eventType);
-         }}};
-
-// What sets the two sides' interfaces apart: the names of their methods, and their control
-// methods. A 1.1 method is named as its 1.0 method with "V1_1" after it.
-struct Side {
-    const char* name;       // "activity": the client's kind, and its control calls' target
-    const char* usageName;  // the target in usage texts: "ACTIVITY"
-    const char* getter;
-    const char* registration;
-    const char* supportedList;
-    const char* current;
-    const ControlMethod* controlsBegin;
-    const ControlMethod* controlsEnd;
-};
-
-const Side kActivitySide = {"activity",
-                            "ACTIVITY",
-                            "getActivityInterface",
-                            "registerActivityCallback",
-                            "getSupportedActivitiesList",
-                            "getCurrentActivity",
-                            std::begin(kActivityControls),
-                            std::end(kActivityControls)};
-
-const Side kEnvironmentSide = {"environment",
-                               "ENVIRONMENT",
-                               "getEnvironmentInterface",
-                               "registerEnvironmentCallback",
-                               "getSupportedEnvironmentsList",
-                               "getCurrentEnvironment",
-                               std::begin(kEnvironmentControls),
-                               std::end(kEnvironmentControls)};
-
-const Side& sideOf(const ClientState& state) {
-    return state.activity ? kActivitySide : kEnvironmentSide;
+Return<int32_t> noControl(const Client&, const ControlArgs&) {
+    return 0;
 }
 
-// The name of a method's 1.1 form.
-std::string v1_1Name(const char* name) {
-    return std::string(name) + "V1_1";
+}  // namespace
+
+const char* methodKindName(MethodKind kind) {
+    switch (kind) {
+        case MethodKind::kGetter:
+            return "getter";
+        case MethodKind::kRegistration:
+            return "registration";
+        case MethodKind::kList:
+            return "list";
+        case MethodKind::kCurrent:
+            return "current";
+        case MethodKind::kControl:
+            return "control";
+    }
+    return "";
 }
 
-const ControlMethod* findControl(const Side& side, const std::string& method) {
-    for (const ControlMethod* control = side.controlsBegin; control != side.controlsEnd; ++control) {
-        if (method == control->name) return control;
+const std::vector<ClientMethod>& clientMethods() {
+    using K = MethodKind;
+    static const std::vector<ClientMethod> kMethods = {
+            // The activity side.
+            {"getActivityInterface", true, false, K::kGetter, "",
+             "the activity interface of version 1.0 (connect asks the client's own getter)", 0,
+             false, noControl},
+            {"getActivityInterfaceV1_1", true, true, K::kGetter, "",
+             "the activity interface of version 1.1", 0, false, noControl},
+            {"registerActivityCallback", true, false, K::kRegistration, "[null]",
+             "registers the client's callback object (null: none) for activity events", 0, false,
+             noControl},
+            {"registerActivityCallbackV1_1", true, true, K::kRegistration, "[null]",
+             "registers the client's callback object (null: none) as a 1.1 callback", 0, false,
+             noControl},
+            {"getSupportedActivitiesList", true, false, K::kList, "",
+             "the names of the activities the device supports", 0, false, noControl},
+            {"enableActivityEvent", true, false, K::kControl, "ACTIVITY EVENT_TYPE LATENCY",
+             "asks for events of the activity: EVENT_TYPE 1 or 2; LATENCY in "
+             "nanoseconds or with a unit (2s, 500ms); answers 0 or an error code",
+             3, false,
+             [](const Client& client, const ControlArgs& args) {
+                 return client.activityInterfaceV1_0->enableActivityEvent(
+                         args.target, args.eventType, args.latency);
+             }},
+            {"enableActivityEventExtend", true, false, K::kControl,
+             "ACTIVITY EVENT_TYPE LATENCY [p=D:D:D:D] [x=TEXT]",
+             "as enableActivityEvent, with extra parameters: four doubles and a text of at "
+             "most 32 bytes",
+             3, true,
+             [](const Client& client, const ControlArgs& args) {
+                 return client.activityInterfaceV1_0->enableActivityEventExtend(
+                         args.target, args.eventType, args.latency, args.params);
+             }},
+            {"disableActivityEvent", true, false, K::kControl, "ACTIVITY EVENT_TYPE",
+             "no more events of the activity and event type for this client", 2, false,
+             [](const Client& client, const ControlArgs& args) {
+                 return client.activityInterfaceV1_0->disableActivityEvent(args.target,
+                                                                           args.eventType);
+             }},
+            {"flush", true, false, K::kControl, "", "asks the module to report what it holds back",
+             0, false,
+             [](const Client& client, const ControlArgs&) {
+                 return client.activityInterfaceV1_0->flush();
+             }},
+            {"getCurrentActivity", true, false, K::kCurrent, "",
+             "the current activity records (e a t s p x)", 0, false, noControl},
+            {"getCurrentActivityV1_1", true, true, K::kCurrent, "",
+             "the current activity records with their confidence (e a t c s p x)", 0, false,
+             noControl},
+            // The environment side.
+            {"getEnvironmentInterface", false, false, K::kGetter, "",
+             "the environment interface of version 1.0 (connect asks the client's own getter)", 0,
+             false, noControl},
+            {"getEnvironmentInterfaceV1_1", false, true, K::kGetter, "",
+             "the environment interface of version 1.1", 0, false, noControl},
+            {"registerEnvironmentCallback", false, false, K::kRegistration, "[null]",
+             "registers the client's callback object (null: none) for environment events", 0, false,
+             noControl},
+            {"registerEnvironmentCallbackV1_1", false, true, K::kRegistration, "[null]",
+             "registers the client's callback object (null: none) as a 1.1 callback", 0, false,
+             noControl},
+            {"getSupportedEnvironmentsList", false, false, K::kList, "",
+             "the names of the environments the device supports", 0, false, noControl},
+            {"initEnvironment", false, false, K::kControl, "ENVIRONMENT [p=D:D:D:D] [x=TEXT]",
+             "prepares the environment, with extra parameters (four doubles, a text of at most "
+             "32 bytes)",
+             1, true,
+             [](const Client& client, const ControlArgs& args) {
+                 return client.environmentInterfaceV1_0->initEnvironment(args.target, args.params);
+             }},
+            {"exitEnvironment", false, false, K::kControl, "ENVIRONMENT [p=D:D:D:D] [x=TEXT]",
+             "ends the environment, with extra parameters", 1, true,
+             [](const Client& client, const ControlArgs& args) {
+                 return client.environmentInterfaceV1_0->exitEnvironment(args.target, args.params);
+             }},
+            {"enableEnvironment", false, false, K::kControl,
+             "ENVIRONMENT EVENT_TYPE LATENCY [p=D:D:D:D] [x=TEXT]",
+             "asks for events of the environment: EVENT_TYPE as the module numbers it; LATENCY in "
+             "nanoseconds or with a unit",
+             3, true,
+             [](const Client& client, const ControlArgs& args) {
+                 return client.environmentInterfaceV1_0->enableEnvironment(
+                         args.target, args.eventType, args.latency, args.params);
+             }},
+            {"disableEnvironment", false, false, K::kControl, "ENVIRONMENT EVENT_TYPE",
+             "no more events of the environment and event type for this client", 2, false,
+             [](const Client& client, const ControlArgs& args) {
+                 return client.environmentInterfaceV1_0->disableEnvironment(args.target,
+                                                                            args.eventType);
+             }},
+            {"getCurrentEnvironment", false, false, K::kCurrent, "",
+             "the current environment records (e a t s p x)", 0, false, noControl},
+            {"getCurrentEnvironmentV1_1", false, true, K::kCurrent, "",
+             "the current environment records with their confidence (e a t c s p x)", 0, false,
+             noControl},
+    };
+    return kMethods;
+}
+
+const ClientMethod* findClientMethod(bool activity, const std::string& name) {
+    for (const ClientMethod& method : clientMethods()) {
+        if (method.activity == activity && name == method.name) return &method;
     }
     return nullptr;
 }
 
-// Every method a client of the side may name, for the error about one it may not.
-std::string methodList(const Side& side) {
-    std::vector<std::string> names = {"register", "connect", side.registration,
-                                      v1_1Name(side.registration), side.supportedList};
-    for (const ControlMethod* control = side.controlsBegin; control != side.controlsEnd; ++control) {
-        names.push_back(control->name);
+const ClientMethod* methodFor(bool activity, bool v1_1, MethodKind kind) {
+    for (const ClientMethod& method : clientMethods()) {
+        if (method.activity == activity && method.v1_1 == v1_1 && method.kind == kind) {
+            return &method;
+        }
     }
-    names.insert(names.end(), {side.current, v1_1Name(side.current), "set"});
-    return join(names, ", ");
+    return nullptr;
 }
+
+// ---- calling them ----
+
+namespace {
 
 // Whether the client holds the interface of its side and version.
 bool hasInterface(const Client& client) {
@@ -294,6 +326,16 @@ void getCurrentRecords(const Client& client, bool v1_1,
     }
 }
 
+// Every method a client of the side may name, for the error about one it may not.
+std::string methodList(bool activity) {
+    std::vector<std::string> names = {"connect", "register"};
+    for (const ClientMethod& method : clientMethods()) {
+        if (method.activity == activity) names.emplace_back(method.name);
+    }
+    names.emplace_back("set");
+    return join(names, ", ");
+}
+
 // Splits a client call's arguments into positional ones, extra parameters and options.
 struct CallArgs {
     std::vector<std::string> positional;
@@ -325,8 +367,8 @@ bool splitCallArgs(const std::vector<std::string>& args, CallArgs* out, std::str
 // Makes sure the client holds the interface of its side and version, asking the service once.
 bool Runner::needInterface(Client* client) {
     ClientState& state = *client->state;
-    std::string getter = state.v1_1 ? v1_1Name(sideOf(state).getter) : sideOf(state).getter;
     if (hasInterface(*client)) return true;
+    const char* getter = methodFor(state.activity, state.v1_1, MethodKind::kGetter)->name;
     connect(client, getter);
     if (!hasInterface(*client)) {
         return fail(state.name + " has no interface to call: " + getter + " answered null");
@@ -337,11 +379,11 @@ bool Runner::needInterface(Client* client) {
 // Makes one call of the client's interface as the client's process, connecting first where
 // needed, and traces it and what it answered.
 template <typename Invoke>
-bool Runner::callInterface(Client* client, const std::string& shownArgs, bool noState,
-                           Result result, const Invoke& invoke) {
+bool Runner::callInterface(Client* client, const std::string& shownArgs, const std::string& argsJson,
+                           bool noState, Result result, const Invoke& invoke) {
     ClientState& state = *client->state;
     if (!needInterface(client)) return false;
-    traceCall(state, result.method, shownArgs);
+    traceCall(state, result.method, shownArgs, argsJson);
     {
         AsClient as(state, noState);
         invoke(&result);
@@ -360,135 +402,133 @@ bool Runner::needService() {
     return true;
 }
 
-// NAME METHOD ARG...: connect, register and every method of the client's interface.
+// NAME METHOD ARG...: connect, register and every method of the client's side, by its row.
 bool Runner::clientCall(const Args& args) {
     Client* client = findClient(args[0]);
     ClientState& state = *client->state;
     if (args.size() < 2) return failUsage();
-    const std::string& method = args[1];
+    const std::string& name = args[1];
     if (state.dead) {
         return fail(state.name + " is dead (its process " + std::to_string(state.pid) +
                     " died at line " + std::to_string(mDeathLines[state.pid]) + ")");
     }
     if (!needService()) return false;
-    const Side& side = sideOf(state);
+    const ClientMethod* method =
+            name == "connect"    ? methodFor(state.activity, state.v1_1, MethodKind::kGetter)
+            : name == "register" ? methodFor(state.activity, state.v1_1, MethodKind::kRegistration)
+                                 : findClientMethod(state.activity, name);
+    const char* side = state.activity ? "activity" : "environment";
+    if (method == nullptr) {
+        return fail(state.name + " is an " + side + " client: unknown method " + quoteWord(name) +
+                    " (" + methodList(state.activity) + ")" +
+                    suggestions(name, splitWords(methodList(state.activity))));
+    }
+    if (method->v1_1 && !state.v1_1) {
+        return fail(state.name + " is a version 1.0 client; " + name + " is a 1.1 method");
+    }
     CallArgs call;
     std::string error;
     if (!splitCallArgs(args, &call, &error)) return fail(error);
     const auto& p = call.positional;
-    auto usage = [&](const std::string& form) {
-        return fail("usage: " + state.name + " " + method + (form.empty() ? "" : " ") + form +
-                    " [nostate]");
+    if (call.hasParams && !method->takesParams) return fail(name + " takes no p= or x=");
+    if (call.null && method->kind != MethodKind::kRegistration) {
+        return fail(name + " takes no null");
+    }
+    auto usage = [&]() {
+        return fail("usage: " + state.name + " " + name +
+                    (method->arguments[0] != '\0' ? " " : "") + method->arguments + " [nostate]");
     };
-    bool registration = method == "register" || method == side.registration ||
-                        method == v1_1Name(side.registration);
-    bool v1_1Method = method == v1_1Name(side.registration) || method == v1_1Name(side.current) ||
-                      method == v1_1Name(side.getter);
-    if (v1_1Method && !state.v1_1) {
-        return fail(state.name + " is a version 1.0 client; " + method + " is a 1.1 method");
-    }
-    const ControlMethod* control = findControl(side, method);
-    bool takesParams = control != nullptr && control->takesParams;
-    if (call.hasParams && !takesParams) return fail(method + " takes no p= or x=");
-    if (call.null && !registration) return fail(method + " takes no null");
-
-    if (method == "connect" || method == side.getter || method == v1_1Name(side.getter)) {
-        if (!p.empty()) return usage("");
-        return connect(client, method != "connect"
-                                       ? method
-                                       : (state.v1_1 ? v1_1Name(side.getter) : side.getter));
-    }
+    size_t arity = method->kind == MethodKind::kControl ? method->arity : 0;
+    if (p.size() != arity) return usage();
 
     Result result;
-    result.method = method;
-    if (registration) {
-        if (!p.empty()) return usage("[null]");
-        bool v1_1 = method == v1_1Name(side.registration) || (method == "register" && state.v1_1);
-        result.method = v1_1 ? v1_1Name(side.registration) : side.registration;
-        return callInterface(client, call.null ? "null" : state.name, call.noState, result,
-                             [&](Result*) { registerCallback(*client, v1_1, call.null); });
-    }
-    if (method == side.supportedList) {
-        if (!p.empty()) return usage("");
-        result.type = Result::Type::kStrings;
-        result.text = "no answer";
-        result.json = "null";
-        return callInterface(client, "", call.noState, result, [&](Result* answer) {
-            getSupportedList(*client, [&](const hidl_vec<hidl_string>& names) {
-                std::vector<std::string> quoted;
-                std::string json = "[";
-                for (const auto& name : names) {
-                    quoted.push_back(quoteToken(name));
-                    json += (json.size() > 1 ? "," : "") + jsonString(name);
-                }
-                answer->text = "[" + join(quoted, " ") + "]";
-                answer->json = json + "]";
+    result.method = method->name;
+    switch (method->kind) {
+        case MethodKind::kGetter:
+            return connect(client, method->name);
+        case MethodKind::kRegistration:
+            // The callback object shows as its client's name.
+            return callInterface(
+                    client, call.null ? "null" : state.name,
+                    call.null ? "[null]" : "[" + jsonString(state.name) + "]", call.noState, result,
+                    [&](Result*) { registerCallback(*client, method->v1_1, call.null); });
+        case MethodKind::kList:
+            result.type = Result::Type::kStrings;
+            result.text = "no answer";
+            result.json = "null";
+            return callInterface(client, "", "[]", call.noState, result, [&](Result* answer) {
+                getSupportedList(*client, [&](const hidl_vec<hidl_string>& names) {
+                    std::vector<std::string> quoted;
+                    std::string json = "[";
+                    for (const auto& name : names) {
+                        quoted.push_back(quoteToken(name));
+                        json += (json.size() > 1 ? "," : "") + jsonString(name);
+                    }
+                    answer->text = "[" + join(quoted, " ") + "]";
+                    answer->json = json + "]";
+                });
             });
-        });
-    }
-    if (method == side.current || method == v1_1Name(side.current)) {
-        if (!p.empty()) return usage("");
-        bool v1_1 = method != side.current;
-        Fields fields = v1_1 ? Fields::kLongC : Fields::kLong;
-        result.type = Result::Type::kRecords;
-        result.fields = fields;
-        result.text = "no answer";
-        result.json = "null";
-        return callInterface(client, "", call.noState, result, [&](Result* answer) {
-            getCurrentRecords(*client, v1_1, [&](const std::vector<Record>& records) {
-                answer->text = formatRecords(records, fields);
-                answer->json = recordsJson(records, fields);
+        case MethodKind::kCurrent: {
+            Fields fields = method->v1_1 ? Fields::kLongC : Fields::kLong;
+            result.type = Result::Type::kRecords;
+            result.fields = fields;
+            result.text = "no answer";
+            result.json = "null";
+            return callInterface(client, "", "[]", call.noState, result, [&](Result* answer) {
+                getCurrentRecords(*client, method->v1_1, [&](const std::vector<Record>& records) {
+                    answer->text = formatRecords(records, fields);
+                    answer->json = recordsJson(records, fields);
+                });
             });
-        });
-    }
-    if (control == nullptr) {
-        return fail(state.name + " is an " + side.name + " client: unknown method '" + method +
-                    "' (" + methodList(side) + ")");
+        }
+        case MethodKind::kControl:
+            break;
     }
 
     // A control call: its numbers, then the extra parameters where it takes them.
-    const char* const forms[] = {side.usageName, "EVENT_TYPE", "LATENCY"};
-    if (p.size() != control->arity) {
-        return usage(join(Args(forms, forms + control->arity), " ") +
-                     (takesParams ? " [p=D:D:D:D] [x=TEXT]" : ""));
-    }
     auto number = [&](size_t i, const std::string& what, uint32_t* value) {
         if (parseUint32(p[i], value)) return true;
-        return fail("bad " + what + " '" + p[i] + "' (0 to 4294967295)");
+        return fail("bad " + what + " " + quoteWord(p[i]) + " (0 to 4294967295)");
     };
     ControlArgs values;
-    if (control->arity > 0 && !number(0, side.name, &values.target)) return false;
-    if (control->arity > 1 && !number(1, "event type", &values.eventType)) return false;
-    if (control->arity > 2 && !parseDuration(p[2], &values.latency)) {
-        return fail("bad latency '" + p[2] + "' (nanoseconds, or a number with ns, us, ms or s)");
+    if (arity > 0 && !number(0, side, &values.target)) return false;
+    if (arity > 1 && !number(1, "event type", &values.eventType)) return false;
+    if (arity > 2 && !parseDuration(p[2], &values.latency)) {
+        return fail("bad latency " + quoteWord(p[2]) +
+                    " (nanoseconds, or a number with ns, us, ms or s)");
     }
     values.params = toOtherParams(call.params);
     Args shown;
-    if (control->arity > 0) shown.push_back(std::to_string(values.target));
-    if (control->arity > 1) shown.push_back(std::to_string(values.eventType));
-    if (control->arity > 2) shown.push_back(std::to_string(values.latency));
-    if (takesParams) shown.push_back(formatParams(call.params));
-    return callInterface(client, join(shown, ", "), call.noState, result, [&](Result* answer) {
-        Return<int32_t> r = control->invoke(*client, values);
-        answer->type = Result::Type::kInt;
-        answer->text = r.isOk() ? std::to_string(static_cast<int32_t>(r))
-                                : "transport error: " + r.description();
-        answer->json = r.isOk() ? answer->text : jsonString(answer->text);
-    });
+    if (arity > 0) shown.push_back(std::to_string(values.target));
+    if (arity > 1) shown.push_back(std::to_string(values.eventType));
+    if (arity > 2) shown.push_back(std::to_string(values.latency));
+    Args json = shown;
+    if (method->takesParams) {
+        shown.push_back(formatParams(call.params));
+        json.push_back(paramsJson(call.params));
+    }
+    return callInterface(client, join(shown, ", "), "[" + join(json, ",") + "]", call.noState,
+                         result, [&](Result* answer) {
+                             Return<int32_t> r = method->control(*client, values);
+                             answer->type = Result::Type::kInt;
+                             answer->text = r.isOk() ? std::to_string(static_cast<int32_t>(r))
+                                                     : "transport error: " + r.description();
+                             answer->json = r.isOk() ? answer->text : jsonString(answer->text);
+                         });
 }
 
-void Runner::traceCall(const ClientState& state, const std::string& method,
-                       const std::string& args) {
-    Event event = state.event("call", "{client}[{pid}] {method}({args})");
+void Runner::traceCall(const ClientState& state, const std::string& method, const std::string& args,
+                       const std::string& argsJson) {
+    Event event = state.event(Kind::kCall, "{client}[{pid}] {method}({args})");
     event.name = method;
     event.detail = args;
-    mTrace->emit(std::move(event.addString("method", method).addString("args", args)));
+    mTrace->emit(std::move(event.addString("method", method).add("args", args, argsJson)));
 }
 
 void Runner::traceReturn(const ClientState& state, Result result) {
     bool answered = result.type != Result::Type::kNone;
-    Event event = state.event("return", answered ? "{client}[{pid}] {method} = {result}"
-                                                 : "{client}[{pid}] {method}");
+    Event event = state.event(Kind::kReturn, answered ? "{client}[{pid}] {method} = {result}"
+                                                      : "{client}[{pid}] {method}");
     event.name = result.method;
     event.detail = result.text;
     event.addString("method", result.method);

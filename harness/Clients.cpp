@@ -39,11 +39,15 @@ class CallbackObject : public Interface {
             mState->links.emplace_back(recipient, cookie);
             result = true;
         }
-        Event event = mState->event("link", "{client}[{pid}] {method}(cookie {cookie}) -> {answer}");
+        Event event =
+                mState->event(Kind::kLink, "{client}[{pid}] {method}(cookie {cookie}) -> {answer}");
         event.name = "linkToDeath";
         event.detail = std::to_string(cookie);
         event.addString("method", event.name).addNumber("cookie", static_cast<int64_t>(cookie));
-        mState->trace->emit(std::move(event.addString("answer", answer)));
+        // JSON: true or false as booleans, a failure as its text.
+        bool answered = answer == "true" || answer == "false";
+        mState->trace->emit(
+                std::move(event.add("answer", answer, answered ? answer : jsonString(answer))));
         return result;
     }
 
@@ -53,7 +57,7 @@ class CallbackObject : public Interface {
                                [&](const auto& link) { return link.first == recipient; });
         bool found = it != links.end();
         if (found) links.erase(it);
-        Event event = mState->event("link", "{client}[{pid}] {method} -> {answer}");
+        Event event = mState->event(Kind::kLink, "{client}[{pid}] {method} -> {answer}");
         event.name = "unlinkToDeath";
         const char* answer = found ? "true" : "false";
         mState->trace->emit(
@@ -65,18 +69,17 @@ class CallbackObject : public Interface {
     Return<void> deliver(const char* method, const std::vector<Record>& records, Fields fields) {
         bool fail = mState->dead || mState->failCalls;
         const char* answer = mState->dead ? "dead object" : "transport error";
-        Event event =
-                mState->event("deliver", fail ? "{client}[{pid}] {method} {records} -> {answer}"
-                                              : "{client}[{pid}] {method} {records}");
+        Event event = mState->event(Kind::kDeliver,
+                                    fail ? "{client}[{pid}] {method} {records} -> {answer}"
+                                         : "{client}[{pid}] {method} {records}");
         event.name = method;
         event.detail = formatRecords(records, fields);
         event.items = static_cast<int>(records.size());
         // Long batches are shown by their first records; expectations see them whole.
-        std::vector<Record> shown(records.begin(),
-                                  records.begin() + std::min<size_t>(8, records.size()));
+        std::vector<Record> shown = mState->trace->shownRecords(records);
         std::string text = formatRecords(shown, fields);
         if (shown.size() < records.size()) {
-            text.insert(text.size() - 1, " ... " + std::to_string(records.size()) + " records");
+            text.insert(text.size() - 1, Trace::moreRecords(records.size()));
         }
         event.addString("method", method).add("records", text, recordsJson(records, fields));
         mState->trace->emit(std::move(event.addString("answer", fail ? answer : "ok")));
@@ -142,7 +145,7 @@ std::string ClientState::label() const {
     return name + "[" + std::to_string(pid) + "]";
 }
 
-Event ClientState::event(const std::string& kind, const std::string& layout) const {
+Event ClientState::event(Kind kind, const std::string& layout) const {
     Event event(kind, layout);
     event.subject = name;
     event.addString("client", name).addNumber("pid", pid);

@@ -44,7 +44,7 @@ struct ClientState {
     std::string label() const;  // "app1[1234]"
     // An event about the client: its subject, with the fields client and pid ("{client}[{pid}]"
     // in the layout shows the label).
-    Event event(const std::string& kind, const std::string& layout) const;
+    Event event(Kind kind, const std::string& layout) const;
 };
 
 struct Client {
@@ -67,5 +67,45 @@ Client makeClient(std::shared_ptr<ClientState> state);
 
 // The callback methods of a side and version, for checking expectation names.
 const std::vector<std::string>& callbackMethods(bool activity, bool v1_1);
+
+// ---- the methods a client calls ----
+
+// The arguments of a control call in the order they are written: the activity (or environment),
+// the event type and the latency, as many of them as the method takes, and the extra parameters.
+struct ControlArgs {
+    uint32_t target = 0;
+    uint32_t eventType = 0;
+    int64_t latency = 0;
+    ar::V1_0::OtherParams params;
+};
+
+// What a method is to the harness: how it is called and what it answers.
+enum class MethodKind {
+    kGetter,        // a getter of the service: an interface object
+    kRegistration,  // registers the client's callback object (or null): no answer
+    kList,          // the supported names
+    kCurrent,       // the current-state records
+    kControl,       // numbers (and extra parameters) in, a result code out
+};
+const char* methodKindName(MethodKind kind);
+
+// One method of the service or of a side's interface, as a client names it. Every method is one
+// row: dispatch, help and --methods read them all from here.
+struct ClientMethod {
+    const char* name;
+    bool activity;  // the side: activity or environment
+    bool v1_1;      // only in version 1.1
+    MethodKind kind;
+    const char* arguments;  // as written after the name
+    const char* help;       // what it does, with the units of its arguments
+    size_t arity;           // numbers a control method takes: target, event type, latency
+    bool takesParams;       // p= and x=
+    ::android::hardware::Return<int32_t> (*control)(const Client& client, const ControlArgs& args);
+};
+const std::vector<ClientMethod>& clientMethods();
+// The row of a method of the side, by its name; null when there is none.
+const ClientMethod* findClientMethod(bool activity, const std::string& name);
+// The method of a side and version for a kind: "connect" and "register" name the client's own.
+const ClientMethod* methodFor(bool activity, bool v1_1, MethodKind kind);
 
 }  // namespace arharness

@@ -30,53 +30,79 @@ bool parsePriority(const std::string& text, char* letter) {
 
 }  // namespace
 
+// What a failure shows of what was expected and what happened: enough to see the difference.
+constexpr size_t kShownBytes = 1024;
+
 void Runner::check(const std::string& expectation, bool ok, const std::string& expected,
                    const std::string& got) {
-    Event event("check", ok ? "{ok} expect {expectation}"
-                            : "{ok} expect {expectation}: expected {expected}; got {got}");
+    Event event(Kind::kCheck, ok ? "{ok} expect {expectation}"
+                                 : "{ok} expect {expectation}: expected {expected}; got {got}");
+    std::string shownExpectation = shorten(expectation, kShownBytes);
     event.add("ok", ok ? "ok    " : "FAILED", ok ? "true" : "false")
-            .addString("expectation", expectation);
-    if (!ok) event.addString("expected", expected).addString("got", got);
+            .addString("expectation", shownExpectation);
+    // The text line escapes what the terminal must not interpret; JSON carries the text itself.
+    std::string shortExpected = shorten(expected, kShownBytes);
+    std::string shortGot = shorten(got, kShownBytes);
+    std::string shownExpected = escapeText(shortExpected);
+    std::string shownGot = escapeText(shortGot);
+    if (!ok) {
+        event.add("expected", shownExpected, jsonString(shortExpected))
+                .add("got", shownGot, jsonString(shortGot));
+    }
+    event.failure = !ok;
     mTrace->emit(std::move(event));
     ++(ok ? mSummary.held : mSummary.failed);
     if (!ok) {
         fprintf(stderr, "%s:%d: expectation failed: %s\n    expected: %s\n    got: %s\n",
-                mFile.c_str(), mLine, expectation.c_str(), expected.c_str(), got.c_str());
+                escapeText(mFile).c_str(), mLine, shownExpectation.c_str(), shownExpected.c_str(),
+                shownGot.c_str());
     }
 }
 
-bool Runner::consume(const std::string& kind, const std::string& subject, const std::string& name,
+bool Runner::consume(Kind kind, const std::string& subject, const std::string& name,
                      const std::string& detail, std::string* got) {
     return consumeIf(
-            kind, subject,
-            [&](const Event& event) { return event.name == name && event.detail == detail; }, got);
+                   kind, subject,
+                   [&](const Event& event) { return event.name == name && event.detail == detail; },
+                   false, detail, got) == 1;
 }
 
-bool Runner::consumeIf(const std::string& kind, const std::string& subject,
-                       const std::function<bool(const Event&)>& matches, std::string* got) {
-    bool found = false;
-    std::vector<std::string> seen;
+size_t Runner::consumeIf(Kind kind, const std::string& subject,
+                         const std::function<bool(const Event&)>& matches, bool all,
+                         const std::string& wanted, std::string* got) {
+    size_t found = 0;
+    size_t others = 0;
+    const Event* closest = nullptr;
+    size_t closestDistance = 0;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (Event& event : events) {
             if (event.kind != kind || event.subject != subject) continue;
-            if (!found && !event.consumed && matches(event)) {
+            if ((all || found == 0) && !event.consumed && matches(event)) {
                 event.consumed = true;
-                found = true;
-                return;
+                ++found;
+                continue;
             }
-            seen.push_back(event.line());
+            ++others;
+            size_t d = distance(wanted, event.detail);
+            if (closest == nullptr || d < closestDistance) {
+                closest = &event;
+                closestDistance = d;
+            }
         }
+        *got = closest == nullptr ? "nothing"
+               : others == 1      ? closest->line()
+                             : closest->line() + " (the closest of " + std::to_string(others) + ")";
     });
-    *got = seen.empty() ? "nothing" : join(seen, " | ");
     return found;
 }
 
-bool Runner::nothingElse(const std::string& kind, const std::string& subject,
+bool Runner::nothingElse(const std::vector<Kind>& kinds, const std::string& subject,
                          const std::string& name, std::string* got) {
     std::vector<std::string> seen;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (const Event& event : events) {
-            if (event.kind == kind && event.subject == subject && !event.consumed &&
+            if (std::find(kinds.begin(), kinds.end(), event.kind) != kinds.end() &&
+                event.subject == subject && !event.consumed &&
                 (name.empty() || event.name == name)) {
                 seen.push_back(event.line());
             }
@@ -84,6 +110,33 @@ bool Runner::nothingElse(const std::string& kind, const std::string& subject,
     });
     *got = join(seen, " | ");
     return seen.empty();
+}
+
+// A trailing count=N: how many matching calls the step must hold (all of them are used up).
+bool Runner::takeCount(Args* args, int32_t* count) {
+    *count = -1;
+    if (args->size() < 2 || args->back().compare(0, 6, "count=") != 0) return true;
+    if (!parseInt32(args->back().substr(6), count) || *count < 0 || *count > kMaxBatch) {
+        return fail("bad count " + quoteWord(args->back()) + " (0 to " + std::to_string(kMaxBatch) +
+                    ")");
+    }
+    args->pop_back();
+    return true;
+}
+
+// Checks an expectation of calls that match: one (used up), or exactly `count` of them.
+void Runner::checkCalls(const std::string& expectation, Kind kind, const std::string& subject,
+                        const std::function<bool(const Event&)>& matches, int32_t count,
+                        const std::string& expected, const std::string& what) {
+    std::string got;
+    size_t found = consumeIf(kind, subject, matches, count >= 0, expected, &got);
+    bool ok = count >= 0 ? found == static_cast<size_t>(count) : found == 1;
+    if (count < 0) {
+        check(expectation, ok, expected, what + got);
+    } else {
+        check(expectation, ok, std::to_string(count) + " of " + expected,
+              std::to_string(found) + " (other " + what + got + ")");
+    }
 }
 
 // expect result VALUE...
@@ -142,17 +195,18 @@ bool Runner::expectLog(const Args& args) {
                     " (quote the text)");
     }
     if (!parsePriority(args[2], &priority)) {
-        return fail("bad priority '" + args[2] + "' (V D I W E F, or 2 to 7)");
+        return fail("bad priority " + quoteWord(args[2]) + " (V D I W E F, or 2 to 7)");
     }
     std::string got;
     std::string name(1, priority);
     bool ok = consumeIf(
-            "log", args[3],
-            [&](const Event& event) {
-                return event.name == name && (part ? event.detail.find(args[4]) != std::string::npos
-                                                   : event.detail == args[4]);
-            },
-            &got);
+                      Kind::kLog, args[3],
+                      [&](const Event& event) {
+                          return event.name == name &&
+                                 (part ? event.detail.find(args[4]) != std::string::npos
+                                       : event.detail == args[4]);
+                      },
+                      false, args[4], &got) == 1;
     check(rest(args, 1), ok,
           std::string("a line ") + priority + " " + args[3] + (part ? " containing: " : ": ") +
                   escapeText(args[4]),
@@ -166,7 +220,7 @@ bool Runner::expectNoLog(const Args& args) {
     std::vector<std::string> seen;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (const Event& event : events) {
-            if (event.kind == "log" && event.subject == args[3] &&
+            if (event.kind == Kind::kLog && event.subject == args[3] &&
                 event.detail.find(args[4]) != std::string::npos) {
                 seen.push_back(event.line());
             }
@@ -184,55 +238,71 @@ bool Runner::expectDump(const Args& args) {
     int dumps = 0;
     size_t lines = 0;
     bool found = false;
+    std::string closest;
+    size_t closestDistance = SIZE_MAX;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (const Event& event : events) {
-            if (event.kind != "dump") continue;
+            if (event.kind != Kind::kDump) continue;
             ++dumps;
             for (const std::string& line : splitLines(event.detail)) {
                 found = found || line.find(args[2]) != std::string::npos;
                 ++lines;
+                size_t d = found ? 0 : distanceToPart(args[2], line);
+                if (d < closestDistance) {
+                    closest = line;
+                    closestDistance = d;
+                }
             }
         }
     });
     if (dumps == 0) return fail("expect dump-containing: the command before it was not a dump");
     check(rest(args, 1), found, "a line of the dump containing \"" + escapeText(args[2]) + "\"",
-          "none of its " + std::to_string(lines) + " lines");
+          "none of its " + std::to_string(lines) + " lines" +
+                  (lines > 0 ? "; the closest: \"" + closest + "\"" : ""));
     return true;
 }
 
 // expect module|zel|CLIENT nothing, or no ENTRY|NAME|METHOD: no (other) such event in the step.
+// A client's "nothing" covers every call its object received: deliveries and links alike.
 bool Runner::expectNone(const Args& args) {
     bool nothing = args[2] == "nothing";
     if (args.size() != (nothing ? 3u : 4u)) return failUsage();
     const std::string& subject = args[1];
     const Client* client = findClient(subject);
-    std::string what = client != nullptr     ? "delivery to " + subject
+    std::string what = client != nullptr     ? "call to " + subject
                        : subject == "module" ? "call to reach the module"
                                              : "call to reach the client library";
+    std::vector<Kind> kinds = {client != nullptr     ? Kind::kDeliver
+                               : subject == "module" ? Kind::kModule
+                                                     : Kind::kZel};
+    if (client != nullptr && nothing) kinds.push_back(Kind::kLink);
     if (!nothing) {
         const std::string& name = args[3];
-        if (client != nullptr && !checkCallbackMethod(*client->state, name)) return false;
+        bool link = name == "linkToDeath" || name == "unlinkToDeath";
+        if (client != nullptr && link) kinds = {Kind::kLink};
+        if (client != nullptr && !link && !checkCallbackMethod(*client->state, name)) return false;
         if (subject == "module" && !ModuleLayer::isEntry(name)) {
-            return fail("the module has no entry " + name);
+            return fail("the module has no entry " + quoteWord(name));
         }
         what = client != nullptr     ? name + " to " + subject
                : subject == "module" ? "call of " + name
                                      : name;
     }
     std::string got;
-    bool ok = nothingElse(client != nullptr ? "deliver" : subject, subject, nothing ? "" : args[3],
-                          &got);
+    bool ok = nothingElse(kinds, subject, nothing ? "" : args[3], &got);
     check(rest(args, 1), ok, "no (other) " + what, got);
     return true;
 }
 
-// expect module ENTRY [ARG...] [p=...] [x=...]
-bool Runner::expectModule(const Args& args) {
+// expect module ENTRY [ARG|*...] [p=...] [x=...] [count=N]
+bool Runner::expectModule(const Args& line) {
+    Args args = line;
+    int32_t count;
+    if (!takeCount(&args, &count)) return false;
     if (args.size() < 3) return failUsage();
-    std::string got;
     const std::string& entry = args[2];
-    if (!ModuleLayer::isEntry(entry)) return fail("the module has no entry " + entry);
-    std::vector<std::string> numbers;
+    if (!ModuleLayer::isEntry(entry)) return fail("the module has no entry " + quoteWord(entry));
+    std::vector<std::string> items;
     Params params;
     std::string error;
     for (size_t i = 3; i < args.size(); ++i) {
@@ -243,27 +313,47 @@ bool Runner::expectModule(const Args& args) {
             continue;
         }
         int64_t value;
-        if (!parseDuration(args[i], &value)) return fail("bad number '" + args[i] + "'");
-        numbers.push_back(std::to_string(value));
+        if (args[i] != "*" && !parseDuration(args[i], &value)) {
+            return fail("bad number " + quoteWord(args[i]) + " (or * for any)");
+        }
+        items.push_back(args[i] == "*" ? "*" : std::to_string(value));
     }
-    std::string detail = entry + "(" + join(numbers, ", ");
-    if (takesParams(entry)) detail += (numbers.empty() ? "" : ", ") + formatParams(params);
-    detail += ")";
-    bool ok = consume("module", "module", entry, detail, &got);
-    check(rest(args, 1), ok, detail, "module calls: " + got);
+    if (takesParams(entry)) items.push_back(formatParams(params));
+    std::string detail = entry + "(" + join(items, ", ") + ")";
+    checkCalls(
+            rest(line, 1), Kind::kModule, "module",
+            [&](const Event& event) {
+                size_t open = event.detail.find('(');
+                return event.name == entry && open != std::string::npos &&
+                       itemsMatch(items,
+                                  splitItems(event.detail.substr(open + 1,
+                                                                 event.detail.size() - open - 2),
+                                             ", "));
+            },
+            count, detail, "module calls: ");
     return true;
 }
 
-// expect zel NAME [ARG...]: NAME is a command ("ar-on", "ar-off", "modem-update") or an entry
-// point ("ZelGetData", ...); the arguments are its text parameter, its two integers, the data
-// key, the client name or ZelMotionEnable's argument.
-bool Runner::expectZel(const Args& args) {
+// expect zel NAME [ARG|*...] [count=N]: NAME is a command ("ar-on", "ar-off", "modem-update") or
+// an entry point ("ZelGetData", ...); the arguments are its text parameter, its two integers, the
+// data key, the client name or ZelMotionEnable's argument.
+bool Runner::expectZel(const Args& line) {
+    Args args = line;
+    int32_t count;
+    if (!takeCount(&args, &count)) return false;
     if (args.size() < 3) return failUsage();
-    std::string got;
-    std::vector<std::string> parts(args.begin() + 3, args.end());
-    std::string detail = join(parts, " ");
-    bool ok = consume("zel", "zel", args[2], detail, &got);
-    check(rest(args, 1), ok, args[2] + " " + quoteToken(detail), "client library calls: " + got);
+    std::vector<std::string> items;
+    for (size_t i = 3; i < args.size(); ++i) {
+        std::vector<std::string> words = args[i] == "*" ? Args{"*"} : splitItems(args[i], " ");
+        items.insert(items.end(), words.begin(), words.end());
+    }
+    const std::string& name = args[2];
+    checkCalls(
+            rest(line, 1), Kind::kZel, "zel",
+            [&](const Event& event) {
+                return event.name == name && itemsMatch(items, splitItems(event.detail, " "));
+            },
+            count, name + " " + quoteToken(join(items, " ")), "client library calls: ");
     return true;
 }
 
@@ -277,7 +367,7 @@ bool Runner::expectOrder(const Args& args) {
     std::vector<std::string> firsts;
     mTrace->withStep([&](std::vector<Event>& events) {
         for (const Event& event : events) {
-            if (event.kind == "deliver" &&
+            if (event.kind == Kind::kDeliver &&
                 std::find(firsts.begin(), firsts.end(), event.subject) == firsts.end()) {
                 firsts.push_back(event.subject);
             }
@@ -309,16 +399,18 @@ bool Runner::expectLink(const Args& args) {
         return failUsage();
     }
     std::string got;
-    bool ok = consume("link", state.name, args[2], link ? std::to_string(cookie) : "", &got);
+    bool ok = consume(Kind::kLink, state.name, args[2], link ? std::to_string(cookie) : "", &got);
     check(rest(args, 1), ok, state.label() + " " + args[2] + (link ? " cookie " + args[3] : ""),
           "links of " + state.name + ": " + got);
     return true;
 }
 
-// expect CLIENT METHOD [RECORD...], or METHOD count=N
-bool Runner::expectClient(const Args& args) {
+// expect CLIENT METHOD [RECORD|*...] [count=N], or METHOD records=N [count=N]
+bool Runner::expectClient(const Args& line) {
+    Args args = line;
+    int32_t count;
+    if (!takeCount(&args, &count)) return false;
     const ClientState& state = *findClient(args[1])->state;
-    std::string got;
     if (args.size() < 3) return failUsage();
     const std::string& method = args[2];
     if (!checkCallbackMethod(state, method)) return false;
@@ -327,29 +419,41 @@ bool Runner::expectClient(const Args& args) {
                     : method == "onActivityExtendChangedV1_1" ? Fields::kLongC
                     : method == "onEnvironmentChangedV1_1"    ? Fields::kLongC
                                                               : Fields::kLong;
-    // METHOD count=N: a delivery of N records, whatever they hold.
-    int32_t count;
-    if (args.size() == 4 && args[3].compare(0, 6, "count=") == 0) {
-        if (!parseInt32(args[3].substr(6), &count)) return fail("bad count '" + args[3] + "'");
-        bool ok = consumeIf(
-                "deliver", state.name,
-                [&](const Event& event) { return event.name == method && event.items == count; },
-                &got);
-        check(rest(args, 1), ok, state.label() + " " + method + " of " + args[3] + " records",
-              "deliveries to " + state.name + ": " + got);
+    const std::string what = "deliveries to " + state.name + ": ";
+    // METHOD records=N: a delivery of N records, whatever they hold.
+    int32_t records;
+    if (args.size() == 4 && args[3].compare(0, 8, "records=") == 0) {
+        if (!parseInt32(args[3].substr(8), &records)) return fail("bad " + quoteWord(args[3]));
+        checkCalls(
+                rest(line, 1), Kind::kDeliver, state.name,
+                [&](const Event& event) { return event.name == method && event.items == records; },
+                count, state.label() + " " + method + " of " + args[3] + " records", what);
         return true;
     }
-    std::vector<Record> records;
+    if (args.size() - 3 > static_cast<size_t>(kMaxBatch)) {
+        return fail("an expectation holds at most " + std::to_string(kMaxBatch) + " records");
+    }
+    std::vector<std::string> items;
     for (size_t i = 3; i < args.size(); ++i) {
         Record record;
         std::string error;
-        if (!parseRecord(args[i], fields, &record, &error)) return fail(method + ": " + error);
-        records.push_back(record);
+        if (args[i] == "*") {
+            items.emplace_back("*");
+        } else if (!parseRecord(args[i], fields, &record, &error)) {
+            return fail(method + ": " + error);
+        } else {
+            items.push_back(formatRecord(record, fields));
+        }
     }
-    std::string detail = formatRecords(records, fields);
-    bool ok = consume("deliver", state.name, method, detail, &got);
-    check(rest(args, 1), ok, state.label() + " " + method + " " + detail,
-          "deliveries to " + state.name + ": " + got);
+    std::string detail = "[" + join(items, " ") + "]";
+    checkCalls(
+            rest(line, 1), Kind::kDeliver, state.name,
+            [&](const Event& event) {
+                return event.name == method &&
+                       itemsMatch(items,
+                                  splitItems(event.detail.substr(1, event.detail.size() - 2), " "));
+            },
+            count, state.label() + " " + method + " " + detail, what);
     return true;
 }
 

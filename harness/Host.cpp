@@ -19,7 +19,7 @@ namespace arharness {
 namespace {
 
 void traceLogger(const struct __android_logger_data* data, const char* message) {
-    Event event("log", "{priority} {tag}: {text}");
+    Event event(Kind::kLog, "{priority} {tag}: {text}");
     event.subject = data->tag != nullptr ? data->tag : "";
     event.name = std::string(1, priorityLetter(data->priority));
     event.detail = message != nullptr ? message : "";
@@ -30,7 +30,7 @@ void traceLogger(const struct __android_logger_data* data, const char* message) 
 
 }  // namespace
 
-Runner* startHost(FILE* out, Format format) {
+Runner* startHost(FILE* out, Format format, const TraceFilter& filter) {
     if (gRunner != nullptr) return gRunner;
     // The harness is the service host: its own thread, and the threads that play the lower
     // layers, act as the host process; clients act as theirs only during their calls.
@@ -38,6 +38,7 @@ Runner* startHost(FILE* out, Format format) {
     // The simulated module is the one below the HAL, whatever the environment says.
     unsetenv("HAL_LIBRARY_PATH");
     gTrace = new Trace(out, format);
+    gTrace->setFilter(filter);
     __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
     __android_log_set_logger(traceLogger);
     gModule = new ModuleLayer(gTrace);

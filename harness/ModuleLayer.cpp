@@ -12,6 +12,12 @@ namespace {
 
 namespace sim = ::simulated_legacy;
 
+// An answer of answerOf in JSON: a number, the word "table", or null.
+std::string answerJson(const std::string& answer) {
+    if (answer == "null") return "null";
+    return answer == "table" ? jsonString(answer) : answer;
+}
+
 // Every entry of the module, as its call record names it.
 const std::vector<std::string>& entries() {
     static const std::vector<std::string> kEntries = {
@@ -113,12 +119,14 @@ void ModuleLayer::flush() {
         }
         json += "]";
         std::string answer = answerOf(call.entry);
-        Event event("module", unterminated ? "{entry}({args}) (x unterminated) -> {answer}"
-                                           : "{entry}({args}) -> {answer}");
+        Event event(Kind::kModule, unterminated ? "{entry}({args}) (x unterminated) -> {answer}"
+                                                : "{entry}({args}) -> {answer}");
         event.subject = "module";
         event.name = call.entry;
         event.detail = call.entry + "(" + args + ")";
-        event.addString("entry", call.entry).add("args", args, json).addString("answer", answer);
+        event.addString("entry", call.entry)
+                .add("args", args, json)
+                .add("answer", answer, answerJson(answer));
         mTrace->emit(std::move(event));
     }
 }

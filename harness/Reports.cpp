@@ -17,6 +17,16 @@ std::vector<Record> repeated(const BatchOptions& batch) {
     return records;
 }
 
+// A batch as its text line shows it: the first records, and how many there are in all.
+std::string shownRecords(const Trace& trace, const std::vector<Record>& records, Fields fields) {
+    std::vector<Record> shown = trace.shownRecords(records);
+    std::string text = formatRecords(shown, fields);
+    if (shown.size() < records.size()) {
+        text.insert(text.size() - 1, Trace::moreRecords(records.size()));
+    }
+    return text;
+}
+
 // A report's records (`shown` in the line; none with null) and the identity of its thread.
 Event& addRecords(Event& event, const BatchOptions& batch, const std::vector<Record>& records,
                   Fields fields, const std::string& shown) {
@@ -61,20 +71,18 @@ bool Runner::moduleReport(const Args& args) {
     }
     std::vector<Record> records = repeated(batch);
     if (!batch.hasCount) batch.count = static_cast<int32_t>(records.size());
-    std::string shown = records.size() <= 8 ? formatRecords(records, kind->fields)
-                                            : std::to_string(records.size()) + " records, first " +
-                                                      formatRecord(records[0], kind->fields);
-    Event event("report", "{layer} {slot}({records}, {count}) from the module thread, {pid}");
+    std::string shown = shownRecords(*mTrace, records, kind->fields);
+    Event event(Kind::kReport, "{layer} {slot}({records}, {count}) from the module thread, {pid}");
     event.subject = "module";
     event.name = kind->slot;
     event.addString("layer", "module").addString("slot", kind->slot);
     addRecords(event, batch, records, kind->fields, shown).addNumber("count", batch.count);
     mTrace->emit(std::move(addIdentity(event, batch)));
     if (!mModule->report(kind->batch, records, batch.count, batch.null, batch.pid, batch.noState)) {
-        note("note", std::string("the HAL registered no ") +
-                             (kind->batch == ModuleLayer::Batch::kEnvironments ? "environment"
-                                                                               : "activity") +
-                             " callbacks with the module: nothing was reported");
+        note(Kind::kNote, std::string("the HAL registered no ") +
+                                  (kind->batch == ModuleLayer::Batch::kEnvironments ? "environment"
+                                                                                    : "activity") +
+                                  " callbacks with the module: nothing was reported");
     }
     return true;
 }
@@ -102,9 +110,8 @@ bool Runner::zelNotify(const Args& args) {
                 0);
         if (size > 0) memcpy(data.data(), events.data(), size);
     }
-    std::string shown = records.size() <= 8 ? formatRecords(records, Fields::kShortC)
-                                            : std::to_string(records.size()) + " records";
-    Event event("report",
+    std::string shown = shownRecords(*mTrace, records, Fields::kShortC);
+    Event event(Kind::kReport,
                 "{layer} ZelNotify({status}, {bytes}, {records}) from the library's thread, {pid}");
     event.subject = "zel";
     event.name = "ZelNotify";
@@ -112,7 +119,7 @@ bool Runner::zelNotify(const Args& args) {
     addRecords(event, batch, records, Fields::kShortC, shown);
     mTrace->emit(std::move(addIdentity(event, batch)));
     if (!mZel->control()->notify(batch.status, batch.bytes, data, batch.pid, !batch.noState)) {
-        note("note",
+        note(Kind::kNote,
              "the HAL registered no notification function with the client library: nothing was "
              "reported");
     }

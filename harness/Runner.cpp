@@ -7,16 +7,32 @@ namespace arharness {
 Runner::Runner(Trace* trace, ModuleLayer* module, ZelLayer* zel)
     : mTrace(trace), mModule(module), mZel(zel) {}
 
+// Messages quote what was written: they go to the terminal escaped.
 bool Runner::fail(const std::string& message) {
-    mError = message;
+    mError = escapeMessage(message);
     return false;
 }
 
-void Runner::note(const std::string& kind, const std::string& text,
-                  const std::vector<Event::Field>& more) {
+void Runner::note(Kind kind, const std::string& text, const std::vector<Event::Field>& more) {
     Event event(kind, "{text}");
     event.addString("text", text).fields.insert(event.fields.end(), more.begin(), more.end());
     mTrace->emit(std::move(event));
+}
+
+// A scenario error as an event: its first line is the text, the indented lines under it (the
+// closest commands, say) its hint.
+void Runner::traceError(const std::string& message) {
+    size_t end = message.find('\n');
+    std::vector<Event::Field> hint;
+    if (end != std::string::npos) {
+        std::vector<std::string> lines;
+        for (const std::string& line : splitLines(message.substr(end + 1))) {
+            lines.push_back(line.substr(std::min(line.find_first_not_of(' '), line.size())));
+        }
+        std::string text = join(lines, "\n");
+        hint.push_back({"hint", text, jsonString(text)});
+    }
+    note(Kind::kError, message.substr(0, end), hint);
 }
 
 // ---- the run ----
@@ -28,16 +44,20 @@ Runner::Summary Runner::run(const std::string& name, std::istream& in, const Opt
     for (int line = 1; options.maxLines == 0 || static_cast<size_t>(line) <= options.maxLines;
          ++line) {
         if (options.interactive) fputs("ar-harness> ", stderr);
-        if (!std::getline(in, text)) break;
+        if (!readLine(in, &text, lineLimit())) break;
         lines = line;
         if (runLine(name, line, text)) continue;
         ++mSummary.errors;
         fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, mError.c_str());
-        if (mTrace->format() == Format::kJsonl) note("error", mError);
+        if (mTrace->format() == Format::kJsonl) traceError(mError);
         if (!options.interactive) break;
     }
     if (options.interactive) fputs("\n", stderr);
-    Event summary("summary", "{held} expectations held, {failed} failed, {errors} scenario errors");
+    if (mCommandsRun == 0 && mSummary.errors == 0 && !options.interactive) {
+        fprintf(stderr, "%s: empty scenario: no commands\n", escapeText(name).c_str());
+    }
+    Event summary(Kind::kSummary,
+                  "{held} expectations held, {failed} failed, {errors} scenario errors");
     summary.addNumber("held", mSummary.held).addNumber("failed", mSummary.failed);
     mTrace->setLocation(name, lines);
     mTrace->emit(std::move(summary.addNumber("errors", mSummary.errors)));
@@ -53,15 +73,24 @@ bool Runner::runLine(const std::string& file, int line, const std::string& text)
     mLine = line;
     mError.clear();
     mTrace->setLocation(file, line);
+    if (text.size() > lineLimit()) {
+        return fail("a line holds at most " + std::to_string(lineLimit()) +
+                    " bytes; this one holds more");
+    }
     Args args;
     std::string error;
-    if (!tokenize(text, &args, &error)) return fail(error);
+    bool byteOrderMark = line == 1 && text.compare(0, 3, kByteOrderMark) == 0;
+    if (!tokenize(byteOrderMark ? text.substr(3) : text, &args, &error)) return fail(error);
     if (args.empty()) return true;
+    ++mCommandsRun;
     // An expectation looks at the step before it; its check is its line in the trace.
     if (args[0] != "expect" && args[0] != "help") {
         mTrace->beginStep();
         mResult = Result();
-        note("command", rest(args, 0));
+        // JSON also has the words as they were read, as UTF-8 text.
+        std::vector<std::string> words;
+        for (const std::string& word : args) words.push_back(jsonString(word));
+        note(Kind::kCommand, rest(args, 0), {{"words", "", "[" + join(words, ",") + "]"}});
     }
     size_t words = 0;
     mCommand = find(args, &words);
@@ -95,25 +124,35 @@ const Runner::Command* Runner::find(const Args& args, size_t* words) {
 }
 
 // A line that no command takes: names the closest commands (and clients), or the forms of the
-// command it begins with.
+// command it begins with and the closest of their second words.
 bool Runner::unknown(const Args& args) {
     bool expectation = args[0] == "expect" && args.size() > 1;
     size_t at = expectation ? 1 : 0;
     std::vector<std::string> known;
     std::vector<std::string> forms;
+    std::vector<std::string> seconds;
     for (const Command& command : commands()) {
         Args name = splitWords(command.name);
-        if (name[0] == args[0] && !expectation) forms.push_back(form(command));
+        if (name[0] == args[0] && !expectation) {
+            forms.push_back(form(command));
+            if (name.size() > 1) seconds.push_back(name[1]);
+        }
         if (name.size() > at && name[at] != "NAME" && (!expectation || name[0] == "expect")) {
             known.push_back(name[at]);
         }
     }
-    if (!forms.empty()) return fail("usage: " + join(forms, " | "));
+    if (!forms.empty()) {
+        std::vector<std::string> closest =
+                args.size() > 1 ? closestWords(args[1], seconds) : std::vector<std::string>();
+        for (std::string& second : closest) second = args[0] + " " + second;
+        return fail("usage: " + join(forms, " | ") +
+                    (closest.empty() ? "" : "\n    did you mean: " + join(closest, ", ")));
+    }
     for (const Client& client : mClients) known.push_back(client.state->name);
     const std::string& word = args[at];
-    return fail((expectation ? "expect what? '" + word +
-                                       "' is neither a kind of expectation nor a client"
-                             : "unknown command or client '" + word + "'") +
+    return fail((expectation ? "expect what? " + quoteWord(word) +
+                                       " is neither a kind of expectation nor a client"
+                             : "unknown command or client " + quoteWord(word)) +
                 suggestions(word, known));
 }
 
@@ -144,16 +183,15 @@ bool Runner::reserved(const std::string& name) {
     return false;
 }
 
-// help [COMMAND]
+// help [COMMAND|records|METHOD|ENTRY]
 bool Runner::help(const Args& args) {
     Args topic(args.begin() + 1, args.end());
     if (printHelp(stderr, topic)) return true;
-    std::vector<std::string> known;
-    for (const Command& command : commands()) known.push_back(splitWords(command.name)[0]);
-    return fail("no command '" + join(topic, " ") + "'" + suggestions(topic[0], known));
+    return fail("no help on " + quoteWord(join(topic, " ")) + suggestions(topic[0], topics()));
 }
 
 bool Runner::printHelp(FILE* out, const Args& topic) {
+    if (topic.size() == 1 && printTopicHelp(out, topic[0])) return true;
     bool any = false;
     for (const Command& command : commands()) {
         Args name = splitWords(command.name);
@@ -162,6 +200,11 @@ bool Runner::printHelp(FILE* out, const Args& topic) {
         if (!matches) continue;
         fprintf(out, "  %s\n      %s\n", form(command).c_str(), command.help);
         any = true;
+    }
+    if (topic.empty()) {
+        fputs("help records: the fields of a RECORD, their units and the limits; help METHOD: the "
+              "arguments of a client method or a module entry\n",
+              out);
     }
     return any;
 }

@@ -44,8 +44,13 @@ class Runner {
     static const std::vector<Command>& commands();
     // "module result ENTRY CODE"
     static std::string form(const Command& command);
-    // Help on every command, or on those whose name starts with `topic`'s words.
+    // Help on every command, on those whose name starts with `topic`'s words, on records, or on
+    // a client method or module entry by its name. False when there is none.
     static bool printHelp(FILE* out, const Args& topic);
+    // records, a client method or a module entry.
+    static bool printTopicHelp(FILE* out, const std::string& topic);
+    // The words help knows, for suggestions.
+    static std::vector<std::string> topics();
 
     Runner(Trace* trace, ModuleLayer* module, ZelLayer* zel);
 
@@ -92,8 +97,8 @@ class Runner {
     bool help(const Args& args);
     Client* findClient(const std::string& name);
     // An event that shows a text, with more fields for tools.
-    void note(const std::string& kind, const std::string& text,
-              const std::vector<Event::Field>& more = {});
+    void note(Kind kind, const std::string& text, const std::vector<Event::Field>& more = {});
+    void traceError(const std::string& message);
     // Words that begin a command, or follow `expect` and so select an expectation.
     static bool reserved(const std::string& name);
 
@@ -127,13 +132,15 @@ class Runner {
     bool clientCall(const Args& args);
     // `invoke` makes the call and puts what it answered into the Result it is given.
     template <typename Invoke>
-    bool callInterface(Client* client, const std::string& shownArgs, bool noState, Result result,
-                       const Invoke& invoke);
+    // `shownArgs` is the arguments' text, `argsJson` their JSON array.
+    bool callInterface(Client* client, const std::string& shownArgs, const std::string& argsJson,
+                       bool noState, Result result, const Invoke& invoke);
     // False (with the error) before start, or when start got no service.
     bool needService();
     bool connect(Client* client, const std::string& getter);
     bool needInterface(Client* client);
-    void traceCall(const ClientState& state, const std::string& method, const std::string& args);
+    void traceCall(const ClientState& state, const std::string& method, const std::string& args,
+                   const std::string& argsJson);
     void traceReturn(const ClientState& state, Result result);
     std::string interfaceName(const void* object);
 
@@ -153,13 +160,20 @@ class Runner {
     bool expectNone(const Args& args);
     bool checkCallbackMethod(const ClientState& state, const std::string& method);
     // Finds and consumes the first unconsumed event of `kind` about `subject` whose name and
-    // detail match; on a miss lists the step's events of that kind and subject as `got`.
-    bool consume(const std::string& kind, const std::string& subject, const std::string& name,
+    // detail match; on a miss describes the step's events of that kind and subject as `got`.
+    bool consume(Kind kind, const std::string& subject, const std::string& name,
                  const std::string& detail, std::string* got);
-    bool consumeIf(const std::string& kind, const std::string& subject,
-                   const std::function<bool(const Event&)>& matches, std::string* got);
-    bool nothingElse(const std::string& kind, const std::string& subject, const std::string& name,
-                     std::string* got);
+    // How many unconsumed events of `kind` about `subject` match, using up the first (or, when
+    // `all`, every one); `got` shows the others by the one closest to `wanted`.
+    size_t consumeIf(Kind kind, const std::string& subject,
+                     const std::function<bool(const Event&)>& matches, bool all,
+                     const std::string& wanted, std::string* got);
+    bool nothingElse(const std::vector<Kind>& kinds, const std::string& subject,
+                     const std::string& name, std::string* got);
+    bool takeCount(Args* args, int32_t* count);
+    void checkCalls(const std::string& expectation, Kind kind, const std::string& subject,
+                    const std::function<bool(const Event&)>& matches, int32_t count,
+                    const std::string& expected, const std::string& what);
     void check(const std::string& expectation, bool ok, const std::string& expected,
                const std::string& got);
 
@@ -172,6 +186,7 @@ class Runner {
     const Command* mCommand = nullptr;
     Args mCommandWords;  // the words that selected it
     Summary mSummary;
+    int mCommandsRun = 0;
 
     bool mStarted = false;
     int mStartLine = 0;
@@ -185,7 +200,7 @@ class Runner {
 // Makes this process the service host, once: the trace on `out`, liblog's lines into it and the
 // simulated lower layers below the HAL. Answers the runner above them; a program that runs many
 // scenarios (a fuzzer, say) starts the host once and feeds the runner.
-Runner* startHost(FILE* out, Format format);
+Runner* startHost(FILE* out, Format format, const TraceFilter& filter = TraceFilter());
 // For the next of many scenarios in one process, after startHost: the last run's client
 // processes end, and a fresh runner begins, with the simulated layers back to their defaults as
 // far as their controls go. The HAL keeps its state, as in a service host that lives on, and

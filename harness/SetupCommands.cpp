@@ -17,7 +17,7 @@ bool Runner::property(const Args& args) {
     if (!::android::base::SetProperty(args[1], args[2])) {
         return fail("the property " + args[1] + " cannot be set");
     }
-    note("setup", "property " + args[1] + " = " + quoteToken(args[2]),
+    note(Kind::kSetup, "property " + args[1] + " = " + quoteToken(args[2]),
          {{"name", args[1], jsonString(args[1])}, {"value", args[2], jsonString(args[2])}});
     return true;
 }
@@ -27,7 +27,7 @@ bool Runner::moduleAbsent(const Args& args) {
     if (args.size() != 2) return failUsage();
     if (mStarted) return fail("the module is already loaded: write module absent before start");
     setenv("HAL_LIBRARY_PATH", "/nonexistent/ar-harness", 1);
-    note("setup", "module absent: the module loader finds no module");
+    note(Kind::kSetup, "module absent: the module loader finds no module");
     return true;
 }
 
@@ -42,7 +42,7 @@ bool Runner::moduleResult(const Args& args) {
     }
     if (!parseInt32(args[3], &code)) return fail("bad result code '" + args[3] + "'");
     mModule->setResult(args[2], code);
-    note("setup", "module " + args[2] + " answers " + std::to_string(code));
+    note(Kind::kSetup, "module " + args[2] + " answers " + std::to_string(code));
     return true;
 }
 
@@ -53,7 +53,7 @@ bool Runner::moduleTable(const Args& args) {
         return failUsage();
     }
     mModule->setTable(args[2] == "activity", args[3] == "on");
-    note("setup", "module " + args[2] + " table " + args[3]);
+    note(Kind::kSetup, "module " + args[2] + " table " + args[3]);
     return true;
 }
 
@@ -74,12 +74,12 @@ bool Runner::moduleAnswer(const Args& args) {
             (batch.null ? " null" : "");
     if (supported) {
         mModule->setList(activity, batch.names, batch.hasCount, batch.count, batch.null);
-        note("setup",
+        note(Kind::kSetup,
              "module " + args[2] + " list answers [" + rest(batch.names, 0) + "]" + options);
     } else {
         mModule->setState(activity, batch.records, batch.hasCount, batch.count, batch.null);
-        note("setup", "module " + args[2] + " state answers " +
-                              formatRecords(batch.records, Fields::kLongC) + options);
+        note(Kind::kSetup, "module " + args[2] + " state answers " +
+                                   formatRecords(batch.records, Fields::kLongC) + options);
     }
     return true;
 }
@@ -89,7 +89,7 @@ bool Runner::loadZel(bool needed) {
     std::string error;
     if (!mZel->load(&error)) return fail(error);
     if (first && mZel->control() != nullptr) {
-        note("setup", "client library libZelClient.so loaded (found by the HAL by its name)");
+        note(Kind::kSetup, "client library libZelClient.so loaded (found by the HAL by its name)");
     }
     if (needed && mZel->control() == nullptr) {
         return fail("the client library is absent in this run");
@@ -110,11 +110,11 @@ bool Runner::zelLibrary(const Args& args) {
     std::string error;
     if (!mZel->choose(variant->second, &error)) return fail(error);
     if (variant->second == ZelLayer::Variant::kAbsent) {
-        note("setup", "client library absent: the HAL will not find libZelClient.so");
+        note(Kind::kSetup, "client library absent: the HAL will not find libZelClient.so");
     }
     if (!loadZel()) return false;
     if (variant->second == ZelLayer::Variant::kNoMotion) {
-        note("setup", "client library without ZelMotionEnable");
+        note(Kind::kSetup, "client library without ZelMotionEnable");
     }
     return true;
 }
@@ -129,7 +129,7 @@ bool Runner::zelMask(const Args& args) {
     mZel->control()->setConfig({static_cast<int32_t>(static_cast<uint32_t>(mask))});
     char text[32];
     snprintf(text, sizeof(text), "0x%x", static_cast<uint32_t>(mask));
-    note("setup", std::string("client library \"ar_config\" answers mask ") + text);
+    note(Kind::kSetup, std::string("client library \"ar_config\" answers mask ") + text);
     return true;
 }
 
@@ -145,8 +145,8 @@ bool Runner::zelConfig(const Args& args) {
         words.push_back(static_cast<int32_t>(static_cast<uint32_t>(word)));
     }
     mZel->control()->setConfig(words);
-    note("setup", "client library \"ar_config\" answers " + std::to_string(words.size()) +
-                          " word(s): " + rest(args, 2));
+    note(Kind::kSetup, "client library \"ar_config\" answers " + std::to_string(words.size()) +
+                               " word(s): " + rest(args, 2));
     return true;
 }
 
@@ -159,7 +159,7 @@ bool Runner::zelStatus(const Args& args) {
     std::vector<ar_context_event> events;
     for (const Record& record : batch.records) events.push_back(toContextEvent(record));
     mZel->control()->setStatusRecords(events);
-    note("setup",
+    note(Kind::kSetup,
          "client library \"ar_status\" answers " + formatRecords(batch.records, Fields::kLongC));
     return true;
 }
@@ -188,7 +188,7 @@ bool Runner::zelQueue(const Args& args) {
         results.push_back(result);
     }
     mZel->control()->queueResults(entry->second, results);
-    note("setup", "client library " + args[2] + " answers, call by call: " + rest(args, 3));
+    note(Kind::kSetup, "client library " + args[2] + " answers, call by call: " + rest(args, 3));
     return true;
 }
 
@@ -198,7 +198,7 @@ bool Runner::zelResult(const Args& args) {
     if (!loadZel(true)) return false;
     if (args.size() != 4 || !parseInt32(args[3], &code)) return failUsage();
     mZel->control()->setCommandResult(args[2], code);
-    note("setup", "client library command " + args[2] + " answers " + args[3]);
+    note(Kind::kSetup, "client library command " + args[2] + " answers " + args[3]);
     return true;
 }
 
@@ -228,7 +228,7 @@ bool Runner::start(const Args& args) {
     ClientState host;
     host.name = "host";
     host.pid = kHostPid;
-    traceCall(host, kEntryPoint, quoteToken(instance));
+    traceCall(host, kEntryPoint, quoteToken(instance), "[" + jsonString(instance) + "]");
     mService = ar::V1_1::IActivityRecognition::getService(instance);
     if (mService == nullptr &&
         ::android::hardware::getAllHalInstanceNames(ar::V1_1::IActivityRecognition::descriptor)
@@ -242,7 +242,7 @@ bool Runner::start(const Args& args) {
     result.type = Result::Type::kWord;
     result.method = kEntryPoint;
     result.text = mService != nullptr ? "service" : "null";
-    result.json = jsonString(result.text);
+    result.json = mService != nullptr ? jsonString(result.text) : "null";
     traceReturn(host, result);
     return true;
 }
@@ -289,7 +289,7 @@ bool Runner::createClient(const Args& args) {
     std::string version = state->v1_1 ? "1.1" : "1.0";
     std::string side = state->activity ? "activity" : "environment";
     std::string pid = std::to_string(state->pid);
-    note("setup", "client " + state->label() + " version " + version + " " + side + " client",
+    note(Kind::kSetup, "client " + state->label() + " version " + version + " " + side + " client",
          {{"client", name, jsonString(name)},
           {"pid", pid, pid},
           {"version", version, jsonString(version)},
@@ -321,8 +321,8 @@ bool Runner::setClientOptions(ClientState* state, const Args& args, size_t from,
     if (creating) return true;
     if (from == args.size()) return failUsage();
     const char* links[] = {"ok", "refuse", "error"};
-    note("setup", state->label() + " link=" + links[static_cast<int>(state->link)] +
-                          " calls=" + (state->failCalls ? "fail" : "ok"));
+    note(Kind::kSetup, state->label() + " link=" + links[static_cast<int>(state->link)] +
+                               " calls=" + (state->failCalls ? "fail" : "ok"));
     return true;
 }
 

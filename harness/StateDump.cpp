@@ -47,7 +47,7 @@ bool Runner::dump(const Args& args) {
         shown += "\n" + std::string(kTextColumn, ' ') + "| " + line;
     std::vector<std::string> jsonOptions;
     for (const std::string& option : options) jsonOptions.push_back(jsonString(option));
-    Event event("dump", "debug({options}) wrote {lines} lines{text}");
+    Event event(Kind::kDump, "debug({options}) wrote {lines} lines{text}");
     event.detail = report;
     event.add("options", rest(options, 0), "[" + join(jsonOptions, ",") + "]")
             .addNumber("lines", static_cast<int64_t>(lines.size()))

@@ -57,11 +57,11 @@ bool parseDoubles(const std::string& text, double* out, std::string* error) {
         size_t end = text.find(':', start);
         std::string part = text.substr(start, end == std::string::npos ? end : end - start);
         if (i >= 4) {
-            *error = "p takes at most four numbers: " + text;
+            *error = "p takes at most four numbers: " + quoteWord(text);
             return false;
         }
         if (!parseDouble(part, &out[i])) {
-            *error = "not a number in p: '" + part + "'";
+            *error = "not a number in p: " + quoteWord(part);
             return false;
         }
         if (end == std::string::npos) return true;
@@ -77,7 +77,47 @@ bool needsQuotes(const std::string& text) {
     return false;
 }
 
+size_t gLineLimit = kMaxLineBytes;
+
+// A byte as escapeText shows it.
+void appendEscaped(std::string* out, unsigned char c) {
+    if (c == '\n') {
+        *out += "\\n";
+    } else if (c == '\t') {
+        *out += "\\t";
+    } else if (c < ' ' || c >= 0x7f) {
+        char buffer[8];
+        snprintf(buffer, sizeof(buffer), "\\x%02x", c);
+        *out += buffer;
+    } else {
+        *out += static_cast<char>(c);
+    }
+}
+
 }  // namespace
+
+// ---- lines ----
+
+size_t lineLimit() {
+    return gLineLimit;
+}
+
+void setLineLimit(size_t bytes) {
+    gLineLimit = bytes;
+}
+
+bool readLine(std::istream& in, std::string* line, size_t limit) {
+    line->clear();
+    std::streambuf* buffer = in.rdbuf();
+    bool any = false;
+    for (int c; (c = buffer->sbumpc()) != std::char_traits<char>::eof();) {
+        any = true;
+        if (c == '\n') return true;
+        if (line->size() <= limit) line->push_back(static_cast<char>(c));
+    }
+    in.setstate(std::ios::eofbit);
+    return any;
+}
 
 bool tokenize(const std::string& line, std::vector<std::string>* tokens, std::string* error) {
     tokens->clear();
@@ -243,7 +283,8 @@ bool parseRecord(const std::string& token, Fields fields, Record* record, std::s
         size_t end = lastIsText || comma == std::string::npos ? token.size() : comma;
         std::string field = token.substr(start, end - start);
         if (field.size() < 2 || field[1] != '=') {
-            *error = "bad record field '" + field + "' in '" + token + "' (write name=value)";
+            *error = "bad record field " + quoteWord(field) + " in " + quoteWord(token) +
+                     " (write name=value)";
             return false;
         }
         char name = field[0];
@@ -254,7 +295,7 @@ bool parseRecord(const std::string& token, Fields fields, Record* record, std::s
             return false;
         }
         if (seen.find(name) != std::string::npos) {
-            *error = std::string("field ") + name + " given twice in '" + token + "'";
+            *error = std::string("field ") + name + " given twice in " + quoteWord(token);
             return false;
         }
         seen += name;
@@ -283,7 +324,7 @@ bool parseRecord(const std::string& token, Fields fields, Record* record, std::s
                 break;
         }
         if (!ok) {
-            *error = std::string("bad value for ") + name + ": '" + value + "'";
+            *error = std::string("bad value for ") + name + ": " + quoteWord(value);
             return false;
         }
         if (end == token.size()) break;
@@ -400,58 +441,104 @@ std::string quoteToken(const std::string& text) {
 
 std::string escapeText(const std::string& text) {
     std::string escaped;
+    for (unsigned char c : text) appendEscaped(&escaped, c);
+    return escaped;
+}
+
+std::string quoteWord(const std::string& word) {
+    std::string quoted = "'";
+    for (size_t i = 0; i < word.size() && i < kMaxQuotedBytes; ++i) {
+        appendEscaped(&quoted, static_cast<unsigned char>(word[i]));
+    }
+    if (word.size() <= kMaxQuotedBytes) return quoted + "'";
+    return quoted + "...' (" + std::to_string(word.size()) + " bytes)";
+}
+
+std::string escapeMessage(const std::string& text) {
+    std::string escaped;
     for (unsigned char c : text) {
         if (c == '\n') {
-            escaped += "\\n";
-        } else if (c == '\t') {
-            escaped += "\\t";
-        } else if (c < ' ' || c >= 0x7f) {
-            char buffer[8];
-            snprintf(buffer, sizeof(buffer), "\\x%02x", c);
-            escaped += buffer;
+            escaped += '\n';
         } else {
-            escaped += static_cast<char>(c);
+            appendEscaped(&escaped, c);
         }
     }
     return escaped;
 }
 
+namespace {
+
+// The length of the well-formed UTF-8 sequence at `at` (shortest form, no surrogates, at most
+// U+10FFFF), or 0 when the byte there does not begin one.
+size_t utf8SequenceAt(const std::string& text, size_t at) {
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char lead = byte(at);
+    size_t length = lead < 0x80                    ? 1
+                    : lead >= 0xc2 && lead <= 0xdf ? 2
+                    : lead >= 0xe0 && lead <= 0xef ? 3
+                    : lead >= 0xf0 && lead <= 0xf4 ? 4
+                                                   : 0;
+    if (length == 0 || at + length > text.size()) return 0;
+    for (size_t i = 1; i < length; ++i) {
+        if ((byte(at + i) & 0xc0) != 0x80) return 0;
+    }
+    unsigned char second = length > 1 ? byte(at + 1) : 0;
+    if ((lead == 0xe0 && second < 0xa0) || (lead == 0xed && second >= 0xa0) ||
+        (lead == 0xf0 && second < 0x90) || (lead == 0xf4 && second >= 0x90)) {
+        return 0;
+    }
+    return length;
+}
+
+}  // namespace
+
 std::string jsonString(const std::string& text) {
     std::string json = "\"";
-    for (unsigned char c : text) {
-        switch (c) {
-            case '"':
-                json += "\\\"";
-                break;
-            case '\\':
-                json += "\\\\";
-                break;
-            case '\n':
-                json += "\\n";
-                break;
-            case '\t':
-                json += "\\t";
-                break;
-            case '\r':
-                json += "\\r";
-                break;
-            default:
-                if (c < 0x20 || c >= 0x7f) {
-                    // Bytes outside printable ASCII travel as code points, so every line stays
-                    // valid UTF-8 whatever the HAL logs.
-                    char buffer[8];
-                    snprintf(buffer, sizeof(buffer), "\\u%04x", c);
-                    json += buffer;
-                } else {
-                    json += static_cast<char>(c);
-                }
+    char buffer[8];
+    for (size_t at = 0; at < text.size();) {
+        unsigned char c = static_cast<unsigned char>(text[at]);
+        size_t length = utf8SequenceAt(text, at);
+        // C1 controls (U+0080 to U+009F) are two bytes beginning with 0xc2.
+        bool control = c < 0x20 || c == 0x7f ||
+                       (c == 0xc2 && length == 2 && static_cast<unsigned char>(text[at + 1]) < 0xa0);
+        if (c == '"' || c == '\\') {
+            json += '\\';
+            json += static_cast<char>(c);
+        } else if (c == '\n') {
+            json += "\\n";
+        } else if (c == '\t') {
+            json += "\\t";
+        } else if (c == '\r') {
+            json += "\\r";
+        } else if (control) {
+            // Control characters never reach a terminal raw: as their code points.
+            unsigned code = length == 2 ? static_cast<unsigned char>(text[at + 1]) : c;
+            snprintf(buffer, sizeof(buffer), "\\u%04x", code);
+            json += buffer;
+        } else if (length == 0) {
+            // A byte that is not UTF-8 travels as the lone low surrogate U+DC00 + byte (U+DC80 to
+            // U+DCFF), which no UTF-8 text can hold: a reader gets the bytes back exactly, as
+            // Python's "surrogateescape" error handler does.
+            snprintf(buffer, sizeof(buffer), "\\udc%02x", c);
+            json += buffer;
+            length = 1;
+        } else {
+            json.append(text, at, length);
         }
+        at += length;
     }
     return json + "\"";
 }
 
 namespace {
+
 int32_t gBatchLimit = kMaxBatch;
+
+bool batchTooLong(std::string* error) {
+    *error = "a batch holds at most " + std::to_string(gBatchLimit) + " records";
+    return false;
+}
+
 }  // namespace
 
 int32_t batchLimit() {
@@ -465,6 +552,7 @@ void setBatchLimit(int32_t records) {
 bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, const char* allowed,
                        Fields fields, bool names, BatchOptions* batch, std::string* error) {
     const std::vector<std::string> options = splitWords(allowed);
+    const std::string limit = " (at most " + std::to_string(batchLimit()) + ")";
     for (size_t i = from; i < tokens.size(); ++i) {
         const std::string& token = tokens[i];
         auto option = std::find_if(options.begin(), options.end(), [&](const std::string& o) {
@@ -472,25 +560,31 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
         });
         std::string value = option != options.end() ? token.substr(option->size()) : "";
         auto bad = [&](const char* what, const std::string& hint = "") {
-            *error = std::string("bad ") + what + " '" + token + "'" + hint;
+            *error = std::string("bad ") + what + " " + quoteWord(token) + hint;
             return false;
         };
-        const std::string limit = " (at most " + std::to_string(batchLimit()) + ")";
         if (option == options.end()) {
             if (names) {
+                if (batch->names.size() == kMaxNames) {
+                    *error = "a list holds at most " + std::to_string(kMaxNames) + " names";
+                    return false;
+                }
                 batch->names.push_back(token);
                 continue;
             }
             Record record;
             if (!looksLikeRecord(token)) {
-                *error = "bad argument '" + token + "' (a record such as e=1,a=3,t=1000, or " +
-                         join(options, ", ") + ")";
+                *error = "bad argument " + quoteWord(token) +
+                         " (a record such as e=1,a=3,t=1000, or " + join(options, ", ") + ")";
                 return false;
             }
             if (!parseRecord(token, fields, &record, error)) return false;
             if (record.params.x.size() > 32) {
                 *error = "x holds at most 32 bytes in a legacy record";
                 return false;
+            }
+            if ((batch->records.size() + 1) * batch->repeat > static_cast<size_t>(batchLimit())) {
+                return batchTooLong(error);
             }
             batch->records.push_back(record);
         } else if (*option == "count=") {
@@ -514,8 +608,7 @@ bool parseBatchOptions(const std::vector<std::string>& tokens, size_t from, cons
         }
     }
     if (batch->records.size() * batch->repeat > static_cast<size_t>(batchLimit())) {
-        *error = "a batch holds at most " + std::to_string(batchLimit()) + " records";
-        return false;
+        return batchTooLong(error);
     }
     return true;
 }
@@ -576,7 +669,64 @@ size_t editDistance(const std::string& from, const std::string& to) {
     return row[to.size()];
 }
 
+// Edit distance of `part` to the closest span of `text` (Sellers): a span may start anywhere.
+size_t spanDistance(const std::string& part, const std::string& text) {
+    std::vector<size_t> row(text.size() + 1, 0);
+    for (size_t i = 1; i <= part.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= text.size(); ++j) {
+            size_t above = row[j];
+            row[j] = std::min(
+                    {above + 1, row[j - 1] + 1, diagonal + (part[i - 1] == text[j - 1] ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return *std::min_element(row.begin(), row.end());
+}
+
 }  // namespace
+
+std::vector<std::string> splitItems(const std::string& text, const std::string& separator) {
+    std::vector<std::string> items;
+    if (text.empty()) return items;
+    bool quoted = false;
+    size_t start = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (quoted && text[i] == '\\') {
+            ++i;
+        } else if (text[i] == '"') {
+            quoted = !quoted;
+        } else if (!quoted && text.compare(i, separator.size(), separator) == 0) {
+            items.push_back(text.substr(start, i - start));
+            start = i + separator.size();
+            i = start - 1;
+        }
+    }
+    items.push_back(text.substr(start));
+    return items;
+}
+
+bool itemsMatch(const std::vector<std::string>& expected, const std::vector<std::string>& actual) {
+    if (expected.size() != actual.size()) return false;
+    for (size_t i = 0; i < expected.size(); ++i) {
+        if (expected[i] != "*" && expected[i] != actual[i]) return false;
+    }
+    return true;
+}
+
+size_t distanceToPart(const std::string& part, const std::string& text) {
+    return spanDistance(part.substr(0, kMaxComparedBytes), text.substr(0, kMaxComparedBytes));
+}
+
+size_t distance(const std::string& from, const std::string& to) {
+    return editDistance(from.substr(0, kMaxComparedBytes), to.substr(0, kMaxComparedBytes));
+}
+
+std::string shorten(const std::string& text, size_t bytes) {
+    if (text.size() <= bytes) return text;
+    return text.substr(0, bytes) + "... (" + std::to_string(text.size()) + " bytes)";
+}
 
 std::vector<std::string> closestWords(const std::string& word,
                                       const std::vector<std::string>& known) {
@@ -584,6 +734,9 @@ std::vector<std::string> closestWords(const std::string& word,
     size_t best = std::max<size_t>(2, word.size() / 2);
     std::vector<std::string> closest;
     for (const std::string& candidate : known) {
+        // The distance is at least the difference of the lengths: no need to count it.
+        size_t shorter = std::min(word.size(), candidate.size());
+        if (std::max(word.size(), candidate.size()) - shorter > best) continue;
         size_t distance = editDistance(word, candidate);
         if (distance < best) closest.clear();
         if (distance <= best &&

@@ -6,6 +6,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <algorithm>
+#include <bitset>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -15,13 +17,39 @@ namespace arharness {
 
 enum class Format { kText, kJsonl };
 
+// What an event is about. Each kind has its name in the text trace (the column after the line
+// number) and in JSON Lines (the value of "kind"); `--only=` takes either.
+enum class Kind {
+    kCommand,  // a scenario line that is not an expectation
+    kCall,     // a client calls the service
+    kReturn,   // what that call returned
+    kDeliver,  // the service calls a client's callback
+    kReport,   // a lower layer reports a batch from its own thread
+    kLink,     // the service links to or unlinks from a client's death
+    kDeath,    // a client's process dies
+    kModule,   // a call reached the legacy module
+    kZel,      // a call reached the client library
+    kLog,      // a log line
+    kSetup,    // a set-up command took effect
+    kNote,     // something the harness points out
+    kDump,     // a state dump
+    kCheck,    // an expectation held or failed
+    kError,    // a scenario error (JSON Lines only; the text trace has it on standard error)
+    kSummary,  // the last line of a run
+};
+inline constexpr size_t kKindCount = static_cast<size_t>(Kind::kSummary) + 1;
+
+const char* kindText(Kind kind);
+const char* kindJson(Kind kind);
+// A kind by either of its names; false when there is none.
+bool parseKind(const std::string& name, Kind* kind);
+
 // One event of the trace. What it shows are its fields, each with a text and a JSON form: the
 // text line is its layout with every {key} replaced by that field's text, and the JSON object
 // holds every field after "file", "line" and "kind". Both forms are thus of the same values.
 struct Event {
     Event() = default;
-    Event(std::string kind, std::string layout)
-        : kind(std::move(kind)), layout(std::move(layout)) {}
+    Event(Kind kind, std::string layout) : kind(kind), layout(std::move(layout)) {}
 
     Event& add(const std::string& key, std::string text, std::string json);
     Event& addString(const std::string& key, const std::string& value);  // JSON: a string
@@ -29,9 +57,7 @@ struct Event {
     std::string line() const;    // after the location and kind
     std::string object() const;  // the members after "kind", each starting with a comma
 
-    // command, call, return, deliver, report, link, death, module, zel, log, setup, note, check,
-    // error, summary.
-    std::string kind;
+    Kind kind = Kind::kNote;
     std::string layout;
     struct Field {
         std::string key;
@@ -46,11 +72,34 @@ struct Event {
     std::string detail;
     int items = 0;  // records of a delivery
     bool consumed = false;
+    bool failure = false;  // an expectation that failed: shown even by a quiet trace
+};
+
+// What a trace prints. Every event is kept for expectations whatever it prints, and the summary
+// always ends the trace.
+struct TraceFilter {
+    std::bitset<kKindCount> kinds = std::bitset<kKindCount>().set();
+    // Quiet: of those kinds, only failures (failed expectations, errors) and the summary.
+    bool quiet = false;
+    // Records of a batch that its text line shows (0: all); JSON Lines always has all of them.
+    size_t records = 8;
 };
 
 class Trace {
   public:
     Trace(FILE* out, Format format);
+
+    void setFilter(const TraceFilter& filter) { mFilter = filter; }
+    // A batch's records in the text trace: the first ones the filter shows, and how many
+    // there are when they are not all shown.
+    template <typename Item>
+    std::vector<Item> shownRecords(const std::vector<Item>& records) const {
+        size_t shown =
+                mFilter.records == 0 ? records.size() : std::min(mFilter.records, records.size());
+        return std::vector<Item>(records.begin(), records.begin() + shown);
+    }
+    // What follows the shown records when there are more: " ... N records (--all-records)".
+    static std::string moreRecords(size_t total);
 
     // The scenario line that the following events belong to.
     void setLocation(const std::string& file, int line);
@@ -66,7 +115,10 @@ class Trace {
     void withStep(const std::function<void(std::vector<Event>&)>& work);
 
   private:
+    bool prints(const Event& event) const;
+
     std::function<void()> mBeforeEmit;
+    TraceFilter mFilter;
     std::mutex mLock;
     FILE* mOut;
     Format mFormat;

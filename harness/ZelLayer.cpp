@@ -65,7 +65,7 @@ void ZelLayer::flush() {
     for (; mSeen < calls.size(); ++mSeen) {
         const simulated_zel::Call& call = calls[mSeen];
         // Each entry shows its own arguments; the JSON object holds all of them.
-        Event event("zel", "{entry}({client}, {name}, {ints}) -> {answer}");
+        Event event(Kind::kZel, "{entry}({client}, {name}, {ints}) -> {answer}");
         event.subject = "zel";
         std::string entry;
         std::string ints;
@@ -98,7 +98,7 @@ void ZelLayer::flush() {
                 entry = event.name = "ZelMotionEnable";
                 event.detail = ints = intAt(call, 0);
                 event.layout = "{entry}({ints}) -> {answer}";
-                answer = call.result != 0 ? "true" : "false";
+                answer = call.result != 0 ? "true" : "false";  // a bool, in JSON too
                 break;
         }
         std::string json = "[";
@@ -111,7 +111,7 @@ void ZelLayer::flush() {
                 .add("param", quoted(call.param), jsonString(call.param))
                 .addNumber("length", call.length)
                 .add("ints", ints, json + "]")
-                .addString("answer", answer);
+                .add("answer", answer, answer);
         mTrace->emit(std::move(event));
     }
 }

@@ -10,7 +10,7 @@ dir=${AR_BUILD_DIR:-"$root/build-arm64"}
 
 "$root/scripts/setup.sh" crossbuild-essential-arm64 qemu-user \
   android-libutils-dev:arm64 android-liblog-dev:arm64 android-libbase-dev:arm64 \
-  libgtest-dev:arm64 libgmock-dev:arm64 libbenchmark-dev:arm64
+  libgtest-dev:arm64 libgmock-dev:arm64 libbenchmark-dev:arm64 libedit-dev:arm64
 
 # Debian's arm64 libbacktrace (under libutils) needs p7zip's 7z.so, which installs for one
 # architecture only: installing the arm64 package would replace the host's. Its files go into a

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 namespace {
 
 using namespace arharness;
@@ -137,7 +139,7 @@ TEST(HarnessSyntaxTest, ParamsAndJson) {
     EXPECT_EQ("{\"p\":[1,2,0,0],\"x\":\"say \\\"hi\\\"\"}", paramsJson(params));
     ASSERT_TRUE(parseParamsToken("count=1", &params, &matched, &error));
     EXPECT_FALSE(matched);
-    EXPECT_EQ("\"\\u0001\\u00ff\\n\"", jsonString("\x01\xff\n"));
+    EXPECT_EQ("\"\\u0001\\udcff\\n\"", jsonString("\x01\xff\n"));  // a stray byte: U+DC00 + it
     EXPECT_EQ("a\\nb\\x7f", escapeText("a\nb\x7f"));
 }
 
@@ -174,6 +176,40 @@ TEST(HarnessSyntaxTest, ClosestWords) {
     EXPECT_EQ(V({"start"}), closestWords("strat", known));
     EXPECT_EQ(V({"kill"}), closestWords("kil", known));
     EXPECT_EQ(V(), closestWords("foozzzzz", known));
+    EXPECT_EQ(V(), closestWords(std::string(1 << 20, 's'), known));
+}
+
+// Input is kept within bounds and quoted back short and escaped.
+TEST(HarnessSyntaxTest, Bounds) {
+    std::istringstream in(std::string(100, 'a') + "\nb\r\n\nlast");
+    std::string line;
+    std::vector<std::string> lines;
+    while (readLine(in, &line, 10)) lines.push_back(line);
+    EXPECT_EQ(std::vector<std::string>({std::string(11, 'a'), "b\r", "", "last"}), lines);
+    EXPECT_EQ("'a\\x1b[2J\\n'", quoteWord("a\x1b[2J\n"));
+    EXPECT_EQ("'" + std::string(64, 'w') + "...' (65 bytes)", quoteWord(std::string(65, 'w')));
+    EXPECT_EQ("usage\n    a\\x07", escapeMessage("usage\n    a\x07"));
+    BatchOptions batch;
+    std::string error;
+    EXPECT_TRUE(parseBatchOptions(std::vector<std::string>(kMaxNames, "w"), 0,
+                                  "count=", Fields::kShort, true, &batch, &error));
+    batch = BatchOptions();
+    EXPECT_FALSE(parseBatchOptions(std::vector<std::string>(kMaxNames + 1, "w"), 0,
+                                   "count=", Fields::kShort, true, &batch, &error));
+    EXPECT_EQ("a list holds at most 512 names", error);
+}
+
+// What expectations compare: items of a canonical list, "*" standing for any one.
+TEST(HarnessSyntaxTest, Items) {
+    using V = std::vector<std::string>;
+    EXPECT_EQ(V({"1", "p=0:0:0:0 x=\"a, b\""}), splitItems("1, p=0:0:0:0 x=\"a, b\"", ", "));
+    EXPECT_EQ(V({"e=1", "x=\"q\\\" r\"", "e=2"}), splitItems("e=1 x=\"q\\\" r\" e=2", " "));
+    EXPECT_EQ(V(), splitItems("", " "));
+    EXPECT_TRUE(itemsMatch({"1", "*"}, {"1", "2"}));
+    EXPECT_FALSE(itemsMatch({"1", "*"}, {"1", "2", "3"}));
+    EXPECT_FALSE(itemsMatch({"2", "*"}, {"1", "2"}));
+    EXPECT_EQ(0u, distanceToPart("event[1]", "  pid[1] event[1] latency"));
+    EXPECT_EQ(1u, distanceToPart("event[3]", "  pid[1] event[1] latency"));
 }
 
 }  // namespace
