@@ -84,6 +84,10 @@ const std::vector<Runner::Command>& Runner::commands() {
              "the first deliveries to these clients came in this order", &Runner::expectOrder},
             {"help", "[COMMAND]", "lists the commands (those that begin with COMMAND)",
              &Runner::help},
+            {"save", "FILE",
+             "at the terminal: writes the lines typed so far that ran without an error, as a "
+             "scenario",
+             &Runner::save},
     };
     return kCommands;
 }

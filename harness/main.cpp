@@ -19,6 +19,7 @@
 
 #include "DefaultScenario.h"
 #include "Runner.h"
+#include "Terminal.h"
 
 namespace {
 
@@ -127,8 +128,15 @@ int main(int argc, char** argv) {
 
     arharness::Runner::Options options;
     options.interactive = interactive;
-    arharness::Runner::Summary summary =
-            arharness::startHost(stdout, format, filter)->run(name, *in, options);
+    arharness::Runner* runner = arharness::startHost(stdout, format, filter);
+    arharness::Runner::Summary summary;
+    if (interactive && isatty(STDERR_FILENO)) {
+        // Line editing only where its prompt and echo reach a terminal too.
+        arharness::Terminal terminal;
+        summary = runner->run(name, &terminal, options);
+    } else {
+        summary = runner->run(name, *in, options);
+    }
     fflush(stdout);
     if (summary.errors > 0) return 2;
     if (summary.failed > 0) return 1;
