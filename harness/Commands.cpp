@@ -49,6 +49,10 @@ const std::vector<Runner::Command>& Runner::commands() {
             {"kill", "NAME", "the client's process dies", &Runner::kill},
             {"dump", "[OPTION...]", "the service's state dump (lshal debug) into the trace",
              &Runner::dump},
+            {"save", "FILE",
+             "at the terminal: writes the lines typed so far that ran without an error, as a "
+             "scenario",
+             &Runner::save},
             {"expect result", "VALUE...", "what the step's call answered", &Runner::expectResult},
             {"expect NAME", "METHOD [RECORD...]", "NAME received a call with exactly these records",
              &Runner::expectClient},
@@ -84,10 +88,6 @@ const std::vector<Runner::Command>& Runner::commands() {
              "the first deliveries to these clients came in this order", &Runner::expectOrder},
             {"help", "[COMMAND]", "lists the commands (those that begin with COMMAND)",
              &Runner::help},
-            {"save", "FILE",
-             "at the terminal: writes the lines typed so far that ran without an error, as a "
-             "scenario",
-             &Runner::save},
     };
     return kCommands;
 }

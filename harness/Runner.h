@@ -185,10 +185,6 @@ class Runner {
     const Command* mCommand = nullptr;
     Args mCommandWords;  // the words that selected it
     Summary mSummary;
-    // At the terminal: the lines so far that ran without an error, for save.
-    bool mKeepLines = false;
-    std::vector<std::string> mTyped;
-    bool mSaved = false;  // the line was a save, which is not kept
 
     bool mStarted = false;
     int mStartLine = 0;
@@ -197,6 +193,11 @@ class Runner {
     std::map<const void*, int> mInterfaceNumbers;
     std::map<pid_t, int> mDeathLines;
     Result mResult;
+
+    // At the terminal: the lines so far that ran without an error, for save.
+    bool mKeepLines = false;
+    std::vector<std::string> mTyped;
+    bool mSaved = false;  // the line was a save, which is not kept
 };
 
 // Makes this process the service host, once: the trace on `out`, liblog's lines into it and the

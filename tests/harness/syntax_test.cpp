@@ -137,7 +137,7 @@ TEST(HarnessSyntaxTest, ParamsAndJson) {
     EXPECT_EQ("{\"p\":[1,2,0,0],\"x\":\"say \\\"hi\\\"\"}", paramsJson(params));
     ASSERT_TRUE(parseParamsToken("count=1", &params, &matched, &error));
     EXPECT_FALSE(matched);
-    EXPECT_EQ("\"\\u0001\\udcff\\n\"", jsonString("\x01\xff\n"));
+    EXPECT_EQ("\"\\u0001\\udcff\\n\"", jsonString("\x01\xff\n"));  // a stray byte: U+DC00 + it
     EXPECT_EQ("a\\nb\\x7f", escapeText("a\nb\x7f"));
 }
 
