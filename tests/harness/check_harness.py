@@ -144,6 +144,8 @@ a register
 a enableActivityEventExtend 1 1 1s x=caf\xc3\xa9
 expect module enable_activity_event_extend 1 1 1s
 module report extended "e=1,a=1,t=1,s=1,x=caf\\xc3\\xa9\\xff\\x1b"
+module report activities e=1,a=1 nostate
+zel notify e=1,a=1 null
 kill a
 client b pid=11 version=1.0 activity
 kill b
@@ -190,7 +192,8 @@ def check_schema(harness, schema_path, folders):
     module = [e for e in events if e["kind"] == "module" and e["entry"].endswith("_extend")]
     if not module or module[0]["args"][3] != {"p": [0, 0, 0, 0], "x": "caf\u00e9"}:
         problems.append("x=caf\u00e9 came back otherwise: %s" % module)
-    delivered = [e["records"][0]["x"] for e in events if e["kind"] == "deliver"]
+    delivered = [e["records"][0]["x"] for e in events
+                 if e["kind"] == "deliver" and "Extend" in e["method"]]
     if [x.encode("utf-8", "surrogateescape") for x in delivered] != [b"caf\xc3\xa9\xff\x1b"]:
         problems.append("bytes that are not UTF-8 did not come back: %s" % delivered)
     errors = [(e["text"], e.get("hint")) for e in events if e["kind"] == "error"]
