@@ -51,6 +51,10 @@ const std::vector<Runner::Command>& Runner::commands() {
             {"kill", "NAME", "the client's process dies", &Runner::kill},
             {"dump", "[OPTION...]", "the service's state dump (lshal debug) into the trace",
              &Runner::dump},
+            {"save", "FILE",
+             "at the terminal: writes the lines typed so far that ran without an error, as a "
+             "scenario",
+             &Runner::save},
             {"expect result", "VALUE...", "what the step's call answered", &Runner::expectResult},
             {"expect NAME", "METHOD [RECORD|*...] [count=N]",
              "NAME received a call with exactly these records (* any one; count=N: N such calls)",

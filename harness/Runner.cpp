@@ -2,6 +2,9 @@
 // command table, help, and the summary of the run.
 #include "Runner.h"
 
+#include <errno.h>
+#include <string.h>
+
 namespace arharness {
 
 Runner::Runner(Trace* trace, ModuleLayer* module, ZelLayer* zel)
@@ -37,16 +40,42 @@ void Runner::traceError(const std::string& message) {
 
 // ---- the run ----
 
+namespace {
+
+// The lines of a stream, after a prompt each on a terminal.
+class StreamSource : public LineSource {
+  public:
+    StreamSource(std::istream& in, bool prompt) : mIn(in), mPrompt(prompt) {}
+    bool next(std::string* line) override {
+        if (mPrompt) fputs("ar-harness> ", stderr);
+        return readLine(mIn, line, lineLimit());
+    }
+
+  private:
+    std::istream& mIn;
+    bool mPrompt;
+};
+
+}  // namespace
+
 Runner::Summary Runner::run(const std::string& name, std::istream& in, const Options& options) {
+    StreamSource source(in, options.interactive);
+    return run(name, &source, options);
+}
+
+Runner::Summary Runner::run(const std::string& name, LineSource* source, const Options& options) {
     std::string text;
     int lines = 0;
+    mKeepLines = options.interactive;
     if (options.interactive) fputs("ar-harness: one command a line; help lists them\n", stderr);
     for (int line = 1; options.maxLines == 0 || static_cast<size_t>(line) <= options.maxLines;
          ++line) {
-        if (options.interactive) fputs("ar-harness> ", stderr);
-        if (!readLine(in, &text, lineLimit())) break;
+        if (!source->next(&text)) break;
         lines = line;
-        if (runLine(name, line, text)) continue;
+        mSaved = false;
+        bool ok = runLine(name, line, text);
+        if (ok && mKeepLines && !mSaved) mTyped.push_back(text);
+        if (ok) continue;
         ++mSummary.errors;
         fprintf(stderr, "%s:%d: %s\n", name.c_str(), line, mError.c_str());
         if (mTrace->format() == Format::kJsonl) traceError(mError);
@@ -84,7 +113,7 @@ bool Runner::runLine(const std::string& file, int line, const std::string& text)
     if (args.empty()) return true;
     ++mCommandsRun;
     // An expectation looks at the step before it; its check is its line in the trace.
-    if (args[0] != "expect" && args[0] != "help") {
+    if (args[0] != "expect" && args[0] != "help" && args[0] != "save") {
         mTrace->beginStep();
         mResult = Result();
         // JSON also has the words as they were read, as UTF-8 text.
@@ -188,6 +217,22 @@ bool Runner::help(const Args& args) {
     Args topic(args.begin() + 1, args.end());
     if (printHelp(stderr, topic)) return true;
     return fail("no help on " + quoteWord(join(topic, " ")) + suggestions(topic[0], topics()));
+}
+
+// save FILE
+bool Runner::save(const Args& args) {
+    if (args.size() != 2) return failUsage();
+    if (!mKeepLines) return fail("save writes the lines typed at a terminal (ar-harness -)");
+    FILE* out = fopen(args[1].c_str(), "w");
+    bool ok = out != nullptr;
+    for (size_t i = 0; ok && i < mTyped.size(); ++i) {
+        ok = fputs(mTyped[i].c_str(), out) >= 0 && fputc('\n', out) != EOF;
+    }
+    if (out != nullptr && fclose(out) != 0) ok = false;
+    if (!ok) return fail("save: cannot write " + escapeText(args[1]) + ": " + strerror(errno));
+    fprintf(stderr, "saved %zu lines to %s\n", mTyped.size(), escapeText(args[1]).c_str());
+    mSaved = true;
+    return true;
 }
 
 bool Runner::printHelp(FILE* out, const Args& topic) {

@@ -27,6 +27,14 @@
 
 namespace arharness {
 
+// Where a run's lines come from.
+class LineSource {
+  public:
+    virtual ~LineSource() = default;
+    // The next line; false at the end of the input.
+    virtual bool next(std::string* line) = 0;
+};
+
 class Runner {
   public:
     using Args = std::vector<std::string>;
@@ -68,6 +76,8 @@ class Runner {
     // Runs a scenario to its end, to the first scenario error (unless interactive) or to the
     // line bound, reporting errors as FILE:LINE: message, and ends the trace with its summary.
     Summary run(const std::string& name, std::istream& in, const Options& options);
+    // The same with the lines of `source`, which prompts for them itself where it prompts.
+    Summary run(const std::string& name, LineSource* source, const Options& options);
     // The processes of the run's clients end, as when the run is over and the host lives on:
     // the HAL hears of every death it is linked to, and keeps no client of the run.
     void endProcesses();
@@ -95,6 +105,7 @@ class Runner {
     bool unknown(const Args& args);
     static std::string suggestions(const std::string& word, const std::vector<std::string>& known);
     bool help(const Args& args);
+    bool save(const Args& args);
     Client* findClient(const std::string& name);
     // An event that shows a text, with more fields for tools.
     void note(Kind kind, const std::string& text, const std::vector<Event::Field>& more = {});
@@ -195,6 +206,11 @@ class Runner {
     std::map<const void*, int> mInterfaceNumbers;
     std::map<pid_t, int> mDeathLines;
     Result mResult;
+
+    // At the terminal: the lines so far that ran without an error, for save.
+    bool mKeepLines = false;
+    std::vector<std::string> mTyped;
+    bool mSaved = false;  // the line was a save, which is not kept
 };
 
 // Makes this process the service host, once: the trace on `out`, liblog's lines into it and the

@@ -101,16 +101,38 @@ void ZelLayer::flush() {
                 answer = call.result != 0 ? "true" : "false";  // a bool, in JSON too
                 break;
         }
-        std::string json = "[";
-        for (size_t i = 0; i < call.ints.size(); ++i) {
-            json += (i > 0 ? "," : "") + std::to_string(call.ints[i]);
+        std::vector<std::string> numbers;
+        for (int32_t value : call.ints) numbers.push_back(std::to_string(value));
+        std::string json = "[" + join(numbers, ",") + "]";
+        // JSON: also the entry's arguments in their order, as its line shows them.
+        std::vector<std::string> args;
+        switch (call.entry) {
+            case Entry::kSetCallback:
+                args = {jsonString(call.client), jsonString("ZelNotify")};
+                break;
+            case Entry::kRunCommand:
+                args = {jsonString(call.client), jsonString(call.name), jsonString(call.param),
+                        std::to_string(call.length)};
+                break;
+            case Entry::kRunCommandInt:
+                args = {jsonString(call.client), jsonString(call.name)};
+                break;
+            case Entry::kGetData:
+                args = {jsonString(call.name)};
+                break;
+            case Entry::kMotionEnable:
+                break;
+        }
+        if (call.entry != Entry::kSetCallback && call.entry != Entry::kRunCommand) {
+            args.insert(args.end(), numbers.begin(), numbers.end());
         }
         event.addString("entry", entry)
                 .add("client", quoted(call.client), jsonString(call.client))
                 .add("name", quoted(call.name), jsonString(call.name))
                 .add("param", quoted(call.param), jsonString(call.param))
                 .addNumber("length", call.length)
-                .add("ints", ints, json + "]")
+                .add("ints", ints, json)
+                .add("args", "", "[" + join(args, ",") + "]")
                 .add("answer", answer, answer);
         mTrace->emit(std::move(event));
     }

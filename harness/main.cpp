@@ -22,6 +22,7 @@
 
 #include "DefaultScenario.h"
 #include "Runner.h"
+#include "Terminal.h"
 
 namespace {
 
@@ -34,13 +35,16 @@ void usage(FILE* out) {
             "  no FILE: runs the built-in default scenario\n"
             "  FILE:    runs a scenario file\n"
             "  -:       reads scenario lines from standard input, one at a time\n"
-            "  --only=KIND,...  prints only events of these kinds (and the summary): command, call,\n"
-            "                   return, deliver, report, link, death, module, zel, log, setup,\n"
-            "                   note, dump, check, error\n"
+            "  --only=KIND,...  prints only events of these kinds (and the summary)\n"
             "  --quiet          prints only failed expectations, scenario errors and the summary\n"
-            "  --all-records    a batch's text line shows all its records, not the first 8\n"
-            "Exit status: 0 all expectations held, 1 an expectation failed, 2 scenario error.\n"
-            "Commands (NAME is a client; help COMMAND in a scenario shows one):\n");
+            "  --all-records    a batch's text line shows all its records, not the first 8\n");
+    fputs("Kinds:", out);
+    for (size_t kind = 0; kind < arharness::kKindCount; ++kind) {
+        fprintf(out, " %s", arharness::kindText(static_cast<arharness::Kind>(kind)));
+    }
+    fputs("\nExit status: 0 all expectations held, 1 an expectation failed, 2 scenario error.\n"
+          "Commands (NAME is a client; help COMMAND in a scenario shows one):\n",
+          out);
     arharness::Runner::printHelp(out, {});
 }
 
@@ -168,8 +172,15 @@ int main(int argc, char** argv) {
 
     arharness::Runner::Options options;
     options.interactive = interactive;
-    arharness::Runner::Summary summary =
-            arharness::startHost(stdout, format, filter)->run(name, *in, options);
+    arharness::Runner* runner = arharness::startHost(stdout, format, filter);
+    arharness::Runner::Summary summary;
+    if (interactive && isatty(STDERR_FILENO)) {
+        // Line editing only where its prompt and echo reach a terminal too.
+        arharness::Terminal terminal;
+        summary = runner->run(name, &terminal, options);
+    } else {
+        summary = runner->run(name, *in, options);
+    }
     fflush(stdout);
     if (summary.errors > 0) return 2;
     if (summary.failed > 0) return 1;

@@ -7,7 +7,7 @@ packages=(
   build-essential cmake ninja-build ccache clang libclang-rt-14-dev clang-format clang-tidy
   libgtest-dev libgmock-dev libbenchmark-dev python3 libc6-dev-i386
   android-libutils-dev android-liblog-dev android-libbase-dev hidl-gen blueprint-tools
-  python3-jsonschema libedit-dev pkg-config tmux
+  python3-jsonschema libedit-dev tmux
   "$@"
 )
 missing=()

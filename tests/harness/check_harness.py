@@ -224,6 +224,8 @@ a register
 a enableActivityEventExtend 1 1 1s x=caf\xc3\xa9
 expect module enable_activity_event_extend 1 1 1s
 module report extended "e=1,a=1,t=1,s=1,x=caf\\xc3\\xa9\\xff\\x1b"
+module report activities e=1,a=1 nostate
+zel notify e=1,a=1 null
 kill a
 client b pid=11 version=1.0 activity
 kill b
@@ -270,7 +272,8 @@ def check_schema(harness, schema_path, folders):
     module = [e for e in events if e["kind"] == "module" and e["entry"].endswith("_extend")]
     if not module or module[0]["args"][3] != {"p": [0, 0, 0, 0], "x": "caf\u00e9"}:
         problems.append("x=caf\u00e9 came back otherwise: %s" % module)
-    delivered = [e["records"][0]["x"] for e in events if e["kind"] == "deliver"]
+    delivered = [e["records"][0]["x"] for e in events
+                 if e["kind"] == "deliver" and "Extend" in e["method"]]
     if [x.encode("utf-8", "surrogateescape") for x in delivered] != [b"caf\xc3\xa9\xff\x1b"]:
         problems.append("bytes that are not UTF-8 did not come back: %s" % delivered)
     errors = [(e["text"], e.get("hint")) for e in events if e["kind"] == "error"]
@@ -376,6 +379,63 @@ def check_terminal(harness):
     return 1 if problems else 0
 
 
+def check_line_editing(harness):
+    """At a terminal under tmux: the up arrow recalls the previous line, Ctrl-C abandons a line
+    and at an empty prompt ends the run with its summary, save writes the lines so far. Skipped
+    (77) without tmux."""
+    import shutil
+    import time
+    if shutil.which("tmux") is None:
+        print("tmux is not installed: skipped")
+        return 77
+    with tempfile.TemporaryDirectory() as folder:
+        socket = os.path.join(folder, "tmux")
+        saved = os.path.join(folder, "saved.scenario")
+        status = os.path.join(folder, "status")
+        tmux = ["tmux", "-S", socket, "-f", "/dev/null"]
+        command = "HOME=%s %s -; echo $? > %s; sleep 60" % (folder, harness, status)
+        subprocess.run(tmux + ["new-session", "-d", "-x", "200", "-y", "50", command], check=True)
+
+        def screen():
+            return subprocess.run(tmux + ["capture-pane", "-p", "-S", "-200"],
+                                  capture_output=True, text=True).stdout
+
+        def keys(*typed, until):
+            subprocess.run(tmux + ["send-keys"] + list(typed), check=True)
+            deadline = time.monotonic() + 60
+            while until not in screen():
+                if time.monotonic() > deadline:
+                    raise TimeoutError("no %r on the screen:\n%s" % (until, screen()))
+                time.sleep(0.1)
+        try:
+            keys("", until="ar-harness>")
+            keys("start", "Enter", until="HIDL_FETCH_IActivityRecognition = service")
+            keys("expect result service", "Enter", until="2   check   ok     expect result")
+            keys("Up", "Enter", until="3   check   ok     expect result")
+            # Ctrl-C flushes what the terminal holds unread: type, see it echoed, then Ctrl-C.
+            keys("not a command", until="> not a command")
+            keys("C-c", until="not a command^C")
+            keys("save " + saved, "Enter", until="saved 3 lines")
+            keys("C-c", until="summary 2 expectations held, 0 failed, 0 scenario errors")
+            deadline = time.monotonic() + 30
+            while not os.path.exists(status) and time.monotonic() < deadline:
+                time.sleep(0.1)
+            problems = []
+            with open(status) as text:
+                if text.read().strip() != "0":
+                    problems.append("exit status is not 0")
+            with open(saved) as text:
+                if text.read() != "start\nexpect result service\nexpect result service\n":
+                    problems.append("saved otherwise")
+        except (TimeoutError, OSError) as error:
+            problems = [str(error)]
+        finally:
+            subprocess.run(tmux + ["kill-server"], capture_output=True)
+    if problems:
+        print("\n".join(problems))
+    return 1 if problems else 0
+
+
 def check_deterministic(harness):
     """Runs of the default scenario print the same events for each scenario line; only their
     order within a line may differ (the HAL walks its clients in address order)."""
@@ -407,6 +467,8 @@ def main():
         return check_methods(harness, sys.argv[3])
     if name == "trace_control":
         return check_trace_control(harness)
+    if name == "line_editing":
+        return check_line_editing(harness)
     if name == "terminal":
         return check_terminal(harness)
     if name == "deterministic":
