@@ -7,11 +7,12 @@
 // wherever it lets them go. Bounded in iterations and time. At the end only observable effects
 // are checked: deliveries, calls that reached the lower layers.
 //
-// Some lists of the HAL are unlocked by design (the native list and the client library's list on
-// enable/disable/queries, the last-event list on disable, the recipient lookup on death, the
-// creation of the shared recipients). The test itself keeps calls that touch them from running
-// at once: every call that changes registrations or requests holds `gModel` exclusively; batches,
-// queries and the death notices of processes that died in a delivery hold it shared.
+// Some state of the HAL is used without a lock by design: what carries no lock annotation in
+// impl/ActivityInterface.h (the native list, the client library's list and binding, the shared
+// recipient's creation) and what is reached through its *WithoutLock accessors (the last-event
+// list on disable, the recipient lookup on death). The test itself keeps calls that touch them
+// from running at once: every call that changes registrations or requests holds `gModel` exclusively;
+// batches, queries and the death notices of processes that died in a delivery hold it shared.
 #include <android-base/properties.h>
 #include <gtest/gtest.h>
 #include <hwbinder/IPCThreadState.h>
