@@ -7,48 +7,6 @@
 
 namespace arfuzz {
 
-using ::android::hardware::Status;
-using ::android::hardware::Void;
-
-Return<bool> Client::linkToDeath(const sp<::android::hardware::hidl_death_recipient>& recipient,
-                                 uint64_t cookie) {
-    links.emplace_back(recipient, cookie);
-    return !refuseLink;
-}
-
-Return<void> Client::deliver(size_t count) {
-    received += count;
-    if (failing) return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "client failed");
-    return Void();
-}
-
-Return<void> Client::onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& e) {
-    return deliver(e.size());
-}
-Return<void> Client::onActivityExtendChangedV1_0(const hidl_vec<ar::V1_0::ActivityEventExtend>& e) {
-    return deliver(e.size());
-}
-Return<void> Client::onActivityChangedV1_1(const hidl_vec<ar::V1_1::ActivityEventV1_1>& e) {
-    return deliver(e.size());
-}
-Return<void> Client::onActivityExtendChangedV1_1(
-        const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) {
-    return deliver(e.size());
-}
-Return<void> Client::onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>& e) {
-    return deliver(e.size());
-}
-Return<void> Client::onEnvironmentChangedV1_1(const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) {
-    return deliver(e.size());
-}
-
-void Client::die() {
-    auto recipients = links;
-    ::android::wp<::android::hidl::base::V1_0::IBase> who(
-            static_cast<ar::V1_1::IActivityChangedCallback*>(this));
-    for (auto& [recipient, cookie] : recipients) recipient->serviceDied(cookie, who);
-}
-
 namespace {
 void dropLogger(const struct __android_logger_data*, const char*) {}
 }  // namespace

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "RecordingClient.h"
 #include "activity_recognition_legacy.h"
 
 namespace arfuzz {
@@ -49,31 +50,11 @@ class Input {
     size_t mPos = 0;
 };
 
-// A client of every callback interface; it counts what it receives and may answer a failure.
-struct Client : public ar::V1_1::IActivityChangedCallback,
-                public ar::V1_1::IEnvironmentChangedCallback {
-    bool failing = false;
-    bool refuseLink = false;
-    size_t received = 0;
-
-    Return<bool> linkToDeath(const sp<::android::hardware::hidl_death_recipient>& recipient,
-                             uint64_t cookie) override;
-    Return<void> onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& e) override;
-    Return<void> onActivityExtendChangedV1_0(
-            const hidl_vec<ar::V1_0::ActivityEventExtend>& e) override;
-    Return<void> onActivityChangedV1_1(const hidl_vec<ar::V1_1::ActivityEventV1_1>& e) override;
-    Return<void> onActivityExtendChangedV1_1(
-            const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) override;
-    Return<void> onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>& e) override;
-    Return<void> onEnvironmentChangedV1_1(
-            const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) override;
-
-    // The recipients this client was linked to, with their cookies, for delivering its death.
-    std::vector<std::pair<sp<::android::hardware::hidl_death_recipient>, uint64_t>> links;
-    void die();
-
-  private:
-    Return<void> deliver(size_t count);
+// A client of every callback interface: the shared recording client, keeping only the count of
+// what it receives. Its death reaches every recipient it was linked to.
+struct Client : artest::RecordingClient {
+    Client() : RecordingClient(0, artest::Link::kLinked, Keep::kCount) {}
+    void die() { obituary()(); }
 };
 
 struct Service {

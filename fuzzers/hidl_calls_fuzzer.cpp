@@ -113,7 +113,7 @@ void call(Input& in) {
         if (client == nullptr) {
             client = new Client();
             client->failing = in.byte() % 4 == 0;
-            client->refuseLink = in.byte() % 8 == 0;
+            client->setLink(in.byte() % 8 == 0 ? artest::Link::kRefused : artest::Link::kLinked);
         }
         switch (op) {
             case 0:

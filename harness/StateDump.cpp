@@ -32,7 +32,7 @@ void replaceAll(std::string* text, const std::string& from, const std::string& t
 bool Runner::dump(const Args& args) {
     if (!needService()) return false;
     const Args options(args.begin() + 1, args.end());
-    std::string report = DumpText(mService, options);
+    std::string report = artest::DumpText(mService, options);
     for (const Client& client : mClients) {
         const void* objects[] = {client.activityV1_0.get(), client.activityV1_1.get(),
                                  client.environmentV1_0.get(), client.environmentV1_1.get()};

@@ -1,5 +1,37 @@
 #define LOG_TAG "AR_impl"
 
+// The activity side of the HAL. The file reads top to bottom in these sections:
+//   1. Constants and small conversions.
+//   2. Class-wide state, and the client library's binding (g_zel*).
+//   3. Life cycle and the binding of the client library (ZelNotify registered there).
+//   4. Registration and death.
+//   5. Intake and fan-out: the intake's index, the batch, ActChangedCb and ZelNotify,
+//      PackageNamePush, ActivitiesReport, the 1.0 deliveries, the extended path.
+//   6. Enable and disable: merging the clients' requests into one request per pair below.
+//   7. Client-library commands.
+//   8. Queries.
+//   9. Conversions of legacy records to HIDL records.
+//  10. Kept but never called.
+//  11. State dump.
+//
+// The path of a plain batch. The legacy module calls ActChangedCb (through sActCb); the client
+// library calls ZelNotify, which unpacks its 24-byte records. Either takes mListMutex for the whole
+// batch and then
+//   - PackageNamePush(events, count, pid, batch) matches each event, under eventMutex, against
+//     the open requests and files one copy per matching request in `batch`, under the request's
+//     pid (recording the pid in packageNames and the event type in mLastActivityEvent);
+//   - ActivitiesReport(batch) walks packageNames: each pid's events go to that pid's 1.1 clients
+//     (onActivityChangedV1_1), and in their 1.0 form to every 1.0 client (ActChangedCbV1_0),
+//     which gets a call for every pid, possibly empty.
+// Extended batches (ActExtendChangedCb) are not matched: every client of both versions gets all.
+//
+// Locks, declared with the state they guard in ActivityInterface.h and checked by clang's
+// thread-safety analysis: mListMutex (client maps, packageNames, the batch; held across every
+// client call and linkToDeath), then eventMutex (mEventData, firstReport, the intake's
+// mLastActivityEvent and index; never held across a call below). The pairs switched on below,
+// the client library's list, its supported set and its binding are used without a lock, and so
+// are the few locked lists reached through the *WithoutLock accessors of the header.
+
 #include "ActivityInterface.h"
 
 #include <cutils/properties.h>
@@ -30,12 +62,12 @@ namespace implementation {
 #endif
 
 // ---------------------------------------------------------------------------------------------
-// Helpers: constants, small conversions, and the intake's lookups.
+// 1. Constants and small conversions.
 
 namespace {
 
 // Batches of the layers below hold 1 to 192 records.
-constexpr int kMaxBatch = 192;
+constexpr int kMaxActivityBatch = 192;
 // Size of one activity record in the client library's notifications.
 constexpr int kZelRecordBytes = 24;
 // Size of one extended record in the client library's state answers.
@@ -48,9 +80,9 @@ constexpr size_t kMaxExtraLength = sizeof(other_params::extra);
 // The name this program gives itself in every client-library call.
 constexpr char kZelClient[] = "ar-client";
 
-// The calling process id of this thread's transaction, sign-extended; false (and 0) when the
-// thread has no state.
-bool CallingPid(int* pid) {
+// The calling process id of this thread's transaction; false, and 0, when the thread has no state
+// (the environment side answers 1 instead).
+bool CallingPidOrZero(int* pid) {
     ::android::hardware::IPCThreadState* state = ::android::hardware::IPCThreadState::self();
     *pid = state != nullptr ? state->getCallingPid() : 0;
     return state != nullptr;
@@ -66,7 +98,8 @@ uint64_t PidKey(int pid) {
                                             strnlen(params.extra, sizeof(params.extra)));
 }
 
-V1_0::OtherParams ConvertOtherParams(const other_params& params) {
+// The HIDL form of a legacy record's extra values.
+V1_0::OtherParams ToHidlParams(const other_params& params) {
     V1_0::OtherParams out;
     for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
     out.extra = ExtraText(params);
@@ -77,9 +110,9 @@ bool IsNoWakePattern(const double* params) {
     return params[0] == 1.0 && params[1] == 0.0 && params[2] == 0.0 && params[3] == 0.0;
 }
 
-// The legacy form of a request's extra values: the text is zeroed first, so a NUL follows it
-// unless it fills all 32 bytes.
-other_params ToLegacyParams(const V1_0::OtherParams& params) {
+// The legacy form of a request's extra values, the text cut at 32 bytes: the field is zeroed
+// first, so a NUL follows the text unless it fills all 32 bytes.
+other_params ToLegacyParamsTruncating(const V1_0::OtherParams& params) {
     other_params out;
     memset(&out, 0, sizeof(out));
     for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
@@ -107,198 +140,10 @@ bool IsSameRemote(const sp<Callback>& callback, const wp<IBase>& who) {
     return who.unsafe_get() != nullptr && callback->getWeakRefs() == who.get_refs();
 }
 
-// What the intake looks up, kept beside the lists it indexes and guarded by eventMutex; rebuilt
-// whenever sEventListsGeneration has moved since it was built. The positions it remembers in
-// mLastActivityEvent and packageNames (lists of mListMutex, held throughout an intake) are
-// checked before use, since a disable erases last events without any lock.
-constexpr uint32_t kUnknown = UINT32_MAX;
-
-uint64_t PairKey(uint32_t activity, uint32_t eventType) {
-    return static_cast<uint64_t>(activity) << 32 | eventType;
-}
-
-// A request of mEventData, filed under its pair.
-struct IndexedRequest {
-    uint64_t pair;
-    uint32_t request;      // position in mEventData
-    uint32_t last;         // position of its (pid, activity) in mLastActivityEvent, if known
-    uint32_t pidPosition;  // position of its pid in packageNames, if known
-};
-
-// The requests of one pair, positions [begin, end) of IntakeLookups::requests (end 0: a free
-// slot), and the first-report limit last looked up for it, with the intake pid it was for.
-struct PairSlot {
-    uint64_t pair;
-    uint32_t begin;
-    uint32_t end;
-    bool limitKnown;
-    uint64_t limitPid;
-    int64_t limit;
-};
-
-struct IntakeLookups {
-    uint64_t generation = UINT64_MAX;      // that of the lists when built; none at first
-    std::vector<IndexedRequest> requests;  // by pair, then position
-    std::vector<PairSlot> slots;           // open addressing over the pairs of `requests`
-    size_t mask = 0;
-    std::vector<FirstReport> limits;  // the first firstReport entry of each (pid, pair)
-
-    static size_t Hash(uint64_t pair) { return (pair * 0x9e3779b97f4a7c15ULL) >> 32; }
-
-    // The slot of the pair, or null when no request is for it.
-    PairSlot* Find(uint64_t pair) {
-        for (size_t i = Hash(pair) & mask;; i = (i + 1) & mask) {
-            PairSlot& slot = slots[i];
-            if (slot.end == 0) return nullptr;
-            if (slot.pair == pair) return &slot;
-        }
-    }
-
-    void Build(const std::vector<EnableRequestData>& eventData,
-               const std::vector<FirstReport>& firstReport,
-               const std::vector<EventResponseData>& lastEvents, const std::vector<uint64_t>& pids);
-
-    // The timestamp of the first firstReport entry of (pid, the slot's pair), 0 when none.
-    int64_t Limit(PairSlot& slot, uint64_t pid) {
-        if (!slot.limitKnown || slot.limitPid != pid) {
-            slot.limit = 0;
-            for (const FirstReport& entry : limits) {
-                if (entry.pid == pid && PairKey(entry.activity, entry.eventType) == slot.pair) {
-                    slot.limit = entry.timestamp;
-                    break;
-                }
-            }
-            slot.limitKnown = true;
-            slot.limitPid = pid;
-        }
-        return slot.limit;
-    }
-};
-
-// Out of line: it runs only when the lists changed, and would crowd the intake loop.
-__attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
-                                                    const std::vector<FirstReport>& firstReport,
-                                                    const std::vector<EventResponseData>& lastEvents,
-                                                    const std::vector<uint64_t>& pids) {
-    struct PidActivityHash {
-        size_t operator()(const std::pair<uint64_t, uint32_t>& key) const {
-            return std::hash<uint64_t>()(key.first * 0x9e3779b97f4a7c15ULL ^ key.second);
-        }
-    };
-    std::unordered_map<std::pair<uint64_t, uint32_t>, uint32_t, PidActivityHash> lastPositions;
-    for (size_t i = 0; i < lastEvents.size(); ++i) {
-        // The record is packed: its fields are read by value.
-        const uint64_t pid = lastEvents[i].pid;
-        const uint32_t activity = lastEvents[i].activity;
-        lastPositions.emplace(std::make_pair(pid, activity), static_cast<uint32_t>(i));
-    }
-    std::unordered_map<uint64_t, uint32_t> pidPositions;
-    for (size_t i = 0; i < pids.size(); ++i)
-        pidPositions.emplace(pids[i], static_cast<uint32_t>(i));
-    requests.clear();
-    for (size_t i = 0; i < eventData.size(); ++i) {
-        const EnableRequestData& request = eventData[i];
-        auto last = lastPositions.find({request.pid, request.activity});
-        auto pid = pidPositions.find(request.pid);
-        requests.push_back({PairKey(request.activity, request.eventType), static_cast<uint32_t>(i),
-                            last == lastPositions.end() ? kUnknown : last->second,
-                            pid == pidPositions.end() ? kUnknown : pid->second});
-    }
-    std::sort(requests.begin(), requests.end(), [](const auto& a, const auto& b) {
-        return a.pair != b.pair ? a.pair < b.pair : a.request < b.request;
-    });
-    size_t size = 2;
-    while (size < 2 * requests.size()) size *= 2;
-    slots.assign(size, PairSlot{});
-    mask = size - 1;
-    for (size_t begin = 0, end = 0; begin < requests.size(); begin = end) {
-        const uint64_t pair = requests[begin].pair;
-        for (end = begin + 1; end < requests.size() && requests[end].pair == pair; ++end) {
-        }
-        size_t i = Hash(pair) & mask;
-        while (slots[i].end != 0) i = (i + 1) & mask;
-        slots[i] = {pair, static_cast<uint32_t>(begin), static_cast<uint32_t>(end), false, 0, 0};
-    }
-    limits = firstReport;
-}
-
-// The lists that the intake appends to, with where their contents lie as last read.
-struct IntakeLists {
-    std::vector<EventResponseData>& lastEvents;
-    std::vector<uint64_t>& pids;
-    std::vector<std::vector<V1_1::ActivityEventV1_1>>& eventsByPid;
-    EventResponseData* lastData = nullptr;
-    size_t lastCount = 0;
-    const uint64_t* pidData = nullptr;
-    size_t pidCount = 0;
-    std::vector<V1_1::ActivityEventV1_1>* buffers = nullptr;
-
-    IntakeLists(std::vector<EventResponseData>& last, std::vector<uint64_t>& pidList,
-                std::vector<std::vector<V1_1::ActivityEventV1_1>>& buffersByPid)
-        : lastEvents(last), pids(pidList), eventsByPid(buffersByPid) {
-        if (eventsByPid.size() < pids.size()) eventsByPid.resize(pids.size());
-        Reread();
-    }
-    void Reread() {
-        lastData = lastEvents.data();
-        lastCount = lastEvents.size();
-        pidData = pids.data();
-        pidCount = pids.size();
-        buffers = eventsByPid.data();
-    }
-};
-
-// The position of the first last event of the request's (pid, activity), searched from the
-// front; a new entry with the event's timestamp when there is none.
-uint32_t FindOrAddLastEvent(IntakeLists& lists, const EnableRequestData& request,
-                            int64_t timestamp) {
-    std::vector<EventResponseData>& last = lists.lastEvents;
-    auto found = std::find_if(last.begin(), last.end(), [&](const EventResponseData& entry) {
-        return entry.pid == request.pid && entry.activity == request.activity;
-    });
-    if (found == last.end()) {
-        EventResponseData entry{};
-        entry.pid = request.pid;
-        entry.activity = request.activity;
-        entry.timestamp = timestamp;
-        found = last.insert(found, entry);
-    }
-    const auto position = static_cast<uint32_t>(found - last.begin());
-    lists.Reread();
-    return position;
-}
-
-// The position of the pid in packageNames, appended when new.
-uint32_t FindOrAddPackageName(IntakeLists& lists, uint64_t pid) {
-    auto found = std::find(lists.pids.begin(), lists.pids.end(), pid);
-    if (found == lists.pids.end()) found = lists.pids.insert(found, pid);
-    const auto position = static_cast<uint32_t>(found - lists.pids.begin());
-    if (lists.eventsByPid.size() < lists.pids.size()) lists.eventsByPid.resize(lists.pids.size());
-    lists.Reread();
-    return position;
-}
-
-// For an event that passed the first-report limit, one matching request: records the event type
-// last passed on for the request's (pid, activity) and files the event under the request's pid.
-// The intake keeps one last event per (pid, activity), so an entry of the request's (pid,
-// activity) at the remembered position is the first one; packageNames only grows.
-inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableRequestData& request,
-                        IndexedRequest& indexed, IntakeLists& lists) {
-    if (indexed.last >= lists.lastCount || lists.lastData[indexed.last].pid != request.pid ||
-        lists.lastData[indexed.last].activity != request.activity) {
-        indexed.last = FindOrAddLastEvent(lists, request, event.timestamp);
-    }
-    lists.lastData[indexed.last].eventType = event.eventType;
-    if (indexed.pidPosition >= lists.pidCount || lists.pidData[indexed.pidPosition] != request.pid) {
-        indexed.pidPosition = FindOrAddPackageName(lists, request.pid);
-    }
-    lists.buffers[indexed.pidPosition].push_back(event);
-}
-
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
-// Class-wide state, constructed in this order at load. The client library's binding (g_zel*) is
+// 2. Class-wide state, constructed in this order at load. The client library's binding (g_zel*) is
 // written by the constructor and destructor only and read without a lock.
 
 bool ActivityInterface::sInterfaceExists = false;
@@ -330,15 +175,10 @@ static ZelMotionEnableFunc g_zelArEnable = nullptr;
 enum class ZelBinding { kNotEnabled, kLoadFailed, kSymbolsMissing, kRefused, kRegistered };
 static ZelBinding g_zelBinding = ZelBinding::kNotEnabled;
 static int g_zelAttempts = 0;
-// The intake's lookups (eventMutex) and its per-pid buffers of one batch, at the pids' positions
-// in packageNames, emptied after every delivery and kept with their capacity (mListMutex).
-static IntakeLookups g_intake;
-static std::vector<std::vector<V1_1::ActivityEventV1_1>> g_eventsByPid;
-// The fan-out's list of the 1.1 clients by pid (mListMutex), kept with its capacity.
-static std::vector<std::pair<uint64_t, size_t>> g_clientsByPid;
+// sIntakeLookups and sBatch are defined with their types, in section 5.
 
 // ---------------------------------------------------------------------------------------------
-// Life cycle and client-library binding.
+// 3. Life cycle and client-library binding.
 
 ActivityInterface::ActivityInterface(const activity_interface* impl) : mImpl(impl) {
     ALOGI("Construct ActivityInterface");
@@ -429,7 +269,7 @@ void ActivityInterface::BindZelClient() {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Registration and death.
+// 4. Registration and death.
 
 sp<ActivityInterface::RemoteListenerHidlDeathRecipient>
 ActivityInterface::RemoteListenerHidlDeathRecipient::Create(const sp<ActivityInterface>& owner) {
@@ -456,7 +296,7 @@ Return<void> ActivityInterface::registerActivityCallback(
         }
     }
     int callingPid = 0;
-    if (!CallingPid(&callingPid)) ALOGE("IPCThreadState::self() V1_0 returns nullptr");
+    if (!CallingPidOrZero(&callingPid)) ALOGE("IPCThreadState::self() V1_0 returns nullptr");
     const uint64_t pid = PidKey(callingPid);
 
     ::android::Mutex::Autolock lock(mListMutex);
@@ -494,7 +334,7 @@ Return<void> ActivityInterface::registerActivityCallbackV1_1(
         return Void();
     }
     int callingPid = 0;
-    if (!CallingPid(&callingPid)) ALOGE("IPCThreadState::self() V1_1 returns nullptr");
+    if (!CallingPidOrZero(&callingPid)) ALOGE("IPCThreadState::self() V1_1 returns nullptr");
     const uint64_t pid = PidKey(callingPid);
 
     ::android::Mutex::Autolock lock(mListMutex);
@@ -538,10 +378,13 @@ Return<void> ActivityInterface::registerActivityCallbackV1_1(
 // the pairs it switched on stay on until a later disable.
 void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
     ALOGI("serviceDied, cookie is %lu", cookie);
+    // Deliberate: the recipient is looked up without mListMutex, before unlinkToDeath.
+    const KeyedVector<sp<RemoteListenerHidlDeathRecipient>, uint64_t>& recipients =
+            DeathRecipientsWithoutLock();
     sp<RemoteListenerHidlDeathRecipient> recipient;
-    for (size_t i = 0; i < mDeathRecipientVectorV1_1.size(); ++i) {
-        if (mDeathRecipientVectorV1_1.valueAt(i) == cookie) {
-            recipient = mDeathRecipientVectorV1_1.keyAt(i);
+    for (size_t i = 0; i < recipients.size(); ++i) {
+        if (recipients.valueAt(i) == cookie) {
+            recipient = recipients.keyAt(i);
             break;
         }
     }
@@ -586,52 +429,305 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Intake and fan-out.
+// 5. Intake and fan-out.
+
+// The intake's index: what PackageNamePush looks up for each event, kept beside the lists it
+// indexes and guarded by eventMutex (sIntakeLookups); rebuilt whenever sEventListsGeneration has
+// moved since it was built. The positions it remembers in mLastActivityEvent and packageNames
+// are checked before use, since a disable erases last events without any lock. Why it is built
+// this way, and what it costs against the floor of a delivery, is in BENCHMARKS.md.
+
+namespace {
+
+constexpr uint32_t kUnknown = UINT32_MAX;
+
+uint64_t PairKey(uint32_t activity, uint32_t eventType) {
+    return static_cast<uint64_t>(activity) << 32 | eventType;
+}
+
+// A request of mEventData, filed under its pair.
+struct IndexedRequest {
+    uint64_t pair;
+    uint32_t request;      // position in mEventData
+    uint32_t last;         // position of its (pid, activity) in mLastActivityEvent, if known
+    uint32_t pidPosition;  // position of its pid in packageNames, if known
+};
+
+// The requests of one pair, positions [begin, end) of IntakeLookups::requests (end 0: a free
+// slot), and the first-report limit last looked up for it, with the intake pid it was for.
+struct PairSlot {
+    uint64_t pair;
+    uint32_t begin;
+    uint32_t end;
+    bool limitKnown;
+    uint64_t limitPid;
+    int64_t limit;
+};
+
+}  // namespace
+
+struct IntakeLookups {
+    uint64_t generation = UINT64_MAX;      // that of the lists when built; none at first
+    std::vector<IndexedRequest> requests;  // by pair, then position
+    std::vector<PairSlot> slots;           // open addressing over the pairs of `requests`
+    size_t mask = 0;
+    std::vector<FirstReport> limits;  // the first firstReport entry of each (pid, pair)
+
+    static size_t Hash(uint64_t pair) { return (pair * 0x9e3779b97f4a7c15ULL) >> 32; }
+
+    // The slot of the pair, or null when no request is for it.
+    PairSlot* Find(uint64_t pair) {
+        for (size_t i = Hash(pair) & mask;; i = (i + 1) & mask) {
+            PairSlot& slot = slots[i];
+            if (slot.end == 0) return nullptr;
+            if (slot.pair == pair) return &slot;
+        }
+    }
+
+    void Build(const std::vector<EnableRequestData>& eventData,
+               const std::vector<FirstReport>& firstReport,
+               const std::vector<EventResponseData>& lastEvents, const std::vector<uint64_t>& pids);
+
+    // The timestamp of the first firstReport entry of (pid, the slot's pair), 0 when none.
+    int64_t Limit(PairSlot& slot, uint64_t pid) {
+        if (!slot.limitKnown || slot.limitPid != pid) {
+            slot.limit = 0;
+            for (const FirstReport& entry : limits) {
+                if (entry.pid == pid && PairKey(entry.activity, entry.eventType) == slot.pair) {
+                    slot.limit = entry.timestamp;
+                    break;
+                }
+            }
+            slot.limitKnown = true;
+            slot.limitPid = pid;
+        }
+        return slot.limit;
+    }
+};
+
+// Out of line: it runs only when the lists changed, and would crowd the intake loop.
+__attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
+                                                    const std::vector<FirstReport>& firstReport,
+                                                    const std::vector<EventResponseData>& lastEvents,
+                                                    const std::vector<uint64_t>& pids) {
+    struct PidActivityHash {
+        size_t operator()(const std::pair<uint64_t, uint32_t>& key) const {
+            return std::hash<uint64_t>()(key.first * 0x9e3779b97f4a7c15ULL ^ key.second);
+        }
+    };
+    std::unordered_map<std::pair<uint64_t, uint32_t>, uint32_t, PidActivityHash> lastPositions;
+    for (size_t i = 0; i < lastEvents.size(); ++i) {
+        // The record is packed: its fields are read by value.
+        const uint64_t pid = lastEvents[i].pid;
+        const uint32_t activity = lastEvents[i].activity;
+        lastPositions.emplace(std::make_pair(pid, activity), static_cast<uint32_t>(i));
+    }
+    std::unordered_map<uint64_t, uint32_t> pidPositions;
+    for (size_t i = 0; i < pids.size(); ++i)
+        pidPositions.emplace(pids[i], static_cast<uint32_t>(i));
+    requests.clear();
+    for (size_t i = 0; i < eventData.size(); ++i) {
+        const EnableRequestData& request = eventData[i];
+        auto last = lastPositions.find({request.pid, request.activity});
+        auto pid = pidPositions.find(request.pid);
+        requests.push_back({PairKey(request.activity, request.eventType), static_cast<uint32_t>(i),
+                            last == lastPositions.end() ? kUnknown : last->second,
+                            pid == pidPositions.end() ? kUnknown : pid->second});
+    }
+    std::sort(requests.begin(), requests.end(), [](const auto& a, const auto& b) {
+        return a.pair != b.pair ? a.pair < b.pair : a.request < b.request;
+    });
+    size_t size = 2;
+    while (size < 2 * requests.size()) size *= 2;
+    slots.assign(size, PairSlot{});
+    mask = size - 1;
+    for (size_t begin = 0, end = 0; begin < requests.size(); begin = end) {
+        const uint64_t pair = requests[begin].pair;
+        for (end = begin + 1; end < requests.size() && requests[end].pair == pair; ++end) {
+        }
+        size_t i = Hash(pair) & mask;
+        while (slots[i].end != 0) i = (i + 1) & mask;
+        slots[i] = {pair, static_cast<uint32_t>(begin), static_cast<uint32_t>(end), false, 0, 0};
+    }
+    limits = firstReport;
+}
+
+namespace {
+
+// The lists that the intake appends to, with where their contents lie as read under eventMutex
+// for one event.
+struct IntakeLists {
+    std::vector<EventResponseData>& lastEvents;
+    std::vector<uint64_t>& pids;
+    std::vector<std::vector<V1_1::ActivityEventV1_1>>& eventsByPid;
+    EventResponseData* lastData = nullptr;
+    size_t lastCount = 0;
+    const uint64_t* pidData = nullptr;
+    size_t pidCount = 0;
+    std::vector<V1_1::ActivityEventV1_1>* buffers = nullptr;
+
+    IntakeLists(std::vector<EventResponseData>& last, std::vector<uint64_t>& pidList,
+                std::vector<std::vector<V1_1::ActivityEventV1_1>>& buffersByPid)
+        : lastEvents(last), pids(pidList), eventsByPid(buffersByPid) {
+        Reread();
+    }
+    // After an append, which may move a list.
+    void Reread() {
+        lastData = lastEvents.data();
+        lastCount = lastEvents.size();
+        pidData = pids.data();
+        pidCount = pids.size();
+        buffers = eventsByPid.data();
+    }
+};
+
+// The position of the first last event of the request's (pid, activity), searched from the
+// front; a new entry with the event's timestamp when there is none.
+uint32_t FindOrAddLastEvent(IntakeLists& lists, const EnableRequestData& request,
+                            int64_t timestamp) {
+    std::vector<EventResponseData>& last = lists.lastEvents;
+    auto found = std::find_if(last.begin(), last.end(), [&](const EventResponseData& entry) {
+        return entry.pid == request.pid && entry.activity == request.activity;
+    });
+    if (found == last.end()) {
+        EventResponseData entry{};
+        entry.pid = request.pid;
+        entry.activity = request.activity;
+        entry.timestamp = timestamp;
+        found = last.insert(found, entry);
+    }
+    const auto position = static_cast<uint32_t>(found - last.begin());
+    lists.Reread();
+    return position;
+}
+
+// The position of the pid in packageNames, appended when new.
+uint32_t FindOrAddPackageName(IntakeLists& lists, uint64_t pid) {
+    auto found = std::find(lists.pids.begin(), lists.pids.end(), pid);
+    if (found == lists.pids.end()) found = lists.pids.insert(found, pid);
+    const auto position = static_cast<uint32_t>(found - lists.pids.begin());
+    if (lists.eventsByPid.size() < lists.pids.size()) lists.eventsByPid.resize(lists.pids.size());
+    lists.Reread();
+    return position;
+}
+
+// For an event that passed the first-report limit, one matching request: records the event type
+// last passed on for the request's (pid, activity) and files the event under the request's pid.
+// The intake keeps one last event per (pid, activity), so an entry of the request's (pid,
+// activity) at the remembered position is the first one; packageNames only grows.
+inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableRequestData& request,
+                        IndexedRequest& indexed, IntakeLists& lists) {
+    if (indexed.last >= lists.lastCount || lists.lastData[indexed.last].pid != request.pid ||
+        lists.lastData[indexed.last].activity != request.activity) {
+        indexed.last = FindOrAddLastEvent(lists, request, event.timestamp);
+    }
+    lists.lastData[indexed.last].eventType = event.eventType;
+    if (indexed.pidPosition >= lists.pidCount || lists.pidData[indexed.pidPosition] != request.pid) {
+        indexed.pidPosition = FindOrAddPackageName(lists, request.pid);
+    }
+    lists.buffers[indexed.pidPosition].push_back(event);
+}
+
+}  // namespace
+
+// A batch of plain events on its way to the clients. Kept between batches (sBatch) with the
+// capacity of its buffers.
+struct ActivityBatch {
+    // Each pid's events of the batch, at the pid's position in packageNames; emptied as they are
+    // delivered.
+    std::vector<std::vector<V1_1::ActivityEventV1_1>> eventsByPid;
+    // The 1.1 clients by pid, each pid's in map order: the fan-out's working list.
+    std::vector<std::pair<uint64_t, size_t>> clientsByPid;
+};
+
+IntakeLookups ActivityInterface::sIntakeLookups;
+ActivityBatch ActivityInterface::sBatch;
 
 void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
     ALOGI("ActChangedCb start count[%d]", count);
-    if (events == nullptr || count < 1 || count > kMaxBatch) {
+    if (events == nullptr || count < 1 || count > kMaxActivityBatch) {
         // Deliberate: the line number is part of the text. Guarded by the test scenario
         // tests/scenarios/activity-intake.scenario.
         ALOGE("(%s:%d) Invalid actChangedCb. Count: %d", "ActChangedCb", 413, count);
         return;
     }
     int pid = 0;
-    CallingPid(&pid);
+    CallingPidOrZero(&pid);
     ::android::Mutex::Autolock lock(mListMutex);
-    PackageNamePush(events, count, pid);
-    ActivitiesReport();
+    PackageNamePush(events, count, pid, sBatch);
+    ActivitiesReport(sBatch);
     ALOGI("ActChangedCb end, pid[%d]", pid);
+}
+
+// Notifications of the client library: 24-byte activity records back to back in `data`.
+void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
+                                  const std::vector<int32_t>& data) {
+    const int count = byteLength / kZelRecordBytes;
+    if (count > kMaxActivityBatch || byteLength < 1 || data.data() == nullptr) {
+        // Deliberate: the line number is part of the text. Guarded by the test scenario
+        // tests/scenarios/client-library-notify.scenario.
+        ALOGE("(%s:%d) [ZEL]Invalid ZelNotify. Count: %d", "ZelNotify", 151, count);
+        return;
+    }
+    // Records past the end of the storage are never read, whatever the byte length says; the
+    // count logged is still the one the byte length gives.
+    const size_t storedRecords = data.size() * sizeof(int32_t) / kZelRecordBytes;
+    const int readable =
+            static_cast<size_t>(count) > storedRecords ? static_cast<int>(storedRecords) : count;
+    std::vector<activity_event> events(readable);
+    for (int i = 0; i < readable; ++i) {
+        memcpy(&events[i],
+               reinterpret_cast<const uint8_t*>(data.data()) +
+                       static_cast<size_t>(i) * kZelRecordBytes,
+               kZelRecordBytes);
+        ALOGI("%s: [ZEL]AR_REPORT_EVENT: [%d] e: %d, a:%d, t:%ld, c:%d, arStatus: %d", "ZelNotify",
+              i, events[i].event_type, events[i].activity, events[i].timestamp,
+              events[i].confidence, status);
+    }
+    int pid = 0;
+    CallingPidOrZero(&pid);
+    ::android::Mutex::Autolock lock(mListMutex);
+    const size_t entries = PackageNamePush(events.data(), readable, pid, sBatch);
+    ALOGI("%s: [ZEL]PackageNamePush, events size:%d, eventDataFit size:%ld", "ZelNotify", count,
+          static_cast<long>(entries));
+    ActivitiesReport(sBatch);
+    ALOGI("%s: [ZEL]Notify end, pid[%d]", "ZelNotify", pid);
 }
 
 // Matches each event against the requests, in list order, as of the moment the event is taken
 // (an enable or disable may land between two events), and files one entry per matching request
-// under the request's pid. Returns the number of entries.
-size_t ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid) {
+// in `batch`, under the request's pid. Returns the number of entries.
+size_t ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid,
+                                          ActivityBatch& batch) {
     size_t entries = 0;
-    IntakeLists lists(mLastActivityEvent, packageNames, g_eventsByPid);
+    // A pid's buffer lies at the pid's position in packageNames.
+    if (batch.eventsByPid.size() < packageNames.size()) {
+        batch.eventsByPid.resize(packageNames.size());
+    }
     for (int i = 0; i < count; ++i) {
         const activity_event& event = events[i];
         if (event.event_type == 0) continue;
         ::android::Mutex::Autolock lock(eventMutex);
-        if (g_intake.generation != sEventListsGeneration) {
-            g_intake.Build(mEventData, firstReport, mLastActivityEvent, packageNames);
-            g_intake.generation = sEventListsGeneration;
+        IntakeLookups& lookups = sIntakeLookups;
+        if (lookups.generation != sEventListsGeneration) {
+            lookups.Build(mEventData, firstReport, mLastActivityEvent, packageNames);
+            lookups.generation = sEventListsGeneration;
         }
-        PairSlot* slot = g_intake.Find(PairKey(event.activity, event.event_type));
+        PairSlot* slot = lookups.Find(PairKey(event.activity, event.event_type));
         if (slot == nullptr) continue;
         // Deliberate: the limit is the one filed under the pid that delivers the batch, not under
         // the request's pid. Guarded by the test scenario tests/scenarios/activity-enable.scenario.
-        if (event.timestamp < g_intake.Limit(*slot, PidKey(pid))) continue;
+        if (event.timestamp < lookups.Limit(*slot, PidKey(pid))) continue;
         // The request's activity is the event's.
         V1_1::ActivityEventV1_1 entry;
         entry.eventType = event.event_type;
         entry.activity = event.activity;
         entry.timestamp = event.timestamp;
         entry.confidence = event.confidence;
-        lists.Reread();  // a disable may have erased last events meanwhile
-        IndexedRequest* const first = g_intake.requests.data() + slot->begin;
-        IndexedRequest* const end = g_intake.requests.data() + slot->end;
+        // Read afresh for each event: a disable may have erased last events meanwhile.
+        IntakeLists lists(mLastActivityEvent, packageNames, batch.eventsByPid);
+        IndexedRequest* const first = lookups.requests.data() + slot->begin;
+        IndexedRequest* const end = lookups.requests.data() + slot->end;
         const EnableRequestData* const requests = mEventData.data();
         for (IndexedRequest* indexed = first; indexed != end; ++indexed) {
             OneDataPush(entry, requests[indexed->request], *indexed, lists);
@@ -641,15 +737,15 @@ size_t ActivityInterface::PackageNamePush(const activity_event* events, int coun
     return entries;
 }
 
-// Runs under mListMutex. For each pid that was ever sent an event: its 1.1 clients get its events
-// of the batch when there are any, and every 1.0 client gets them, possibly none.
-void ActivityInterface::ActivitiesReport() {
+// Delivers `batch`. For each pid that was ever sent an event: its 1.1 clients get its events of the
+// batch when there are any, and every 1.0 client gets them, possibly none.
+void ActivityInterface::ActivitiesReport(ActivityBatch& batch) {
     if (packageNames.empty()) return;
     const size_t pidCount = packageNames.size();
-    if (g_eventsByPid.size() < pidCount) g_eventsByPid.resize(pidCount);
+    if (batch.eventsByPid.size() < pidCount) batch.eventsByPid.resize(pidCount);
     // The 1.1 clients by pid, each pid's in map order. The map holds still meanwhile: changing it
     // takes mListMutex.
-    std::vector<std::pair<uint64_t, size_t>>& clients = g_clientsByPid;
+    std::vector<std::pair<uint64_t, size_t>>& clients = batch.clientsByPid;
     clients.clear();
     for (size_t j = 0; j < mClientVectorV1_1.size(); ++j) {
         clients.emplace_back(mClientVectorV1_1.valueAt(j), j);
@@ -657,7 +753,7 @@ void ActivityInterface::ActivitiesReport() {
     std::sort(clients.begin(), clients.end());
     for (size_t i = 0; i < pidCount; ++i) {
         const uint64_t pid = packageNames[i];
-        std::vector<V1_1::ActivityEventV1_1>& eventsV1_1 = g_eventsByPid[i];
+        std::vector<V1_1::ActivityEventV1_1>& eventsV1_1 = batch.eventsByPid[i];
         if (!eventsV1_1.empty() && !mClientVectorV1_1.isEmpty()) {
             auto first = std::lower_bound(clients.begin(), clients.end(),
                                           std::make_pair(pid, size_t{0}));
@@ -713,7 +809,7 @@ void ActivityInterface::ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>&
 
 // Extended events are not matched against the requests: every client gets the whole batch.
 void ActivityInterface::ActExtendChangedCb(const ar_context_event* events, int count) {
-    if (events == nullptr || count < 1 || count > kMaxBatch) {
+    if (events == nullptr || count < 1 || count > kMaxActivityBatch) {
         // Deliberate: the line number is part of the text. Guarded by the test scenario
         // tests/scenarios/activity-intake.scenario.
         ALOGE("(%s:%d) Invalid actExtendChangedCb. Count: %d", "ActExtendChangedCb", 180, count);
@@ -761,71 +857,8 @@ void ActivityInterface::ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityE
     }
 }
 
-int64_t ActivityInterface::GetLastTime(uint64_t pid, uint32_t activity, uint32_t eventType) {
-    for (const FirstReport& entry : firstReport) {
-        if (entry.pid == pid && entry.activity == activity && entry.eventType == eventType) {
-            return entry.timestamp;
-        }
-    }
-    return 0;
-}
-
-// Keeps the last event type passed on per (pid, activity); the timestamp stays the first one.
-bool ActivityInterface::CheckRepeatedEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
-                                           uint64_t timestamp,
-                                           std::vector<EventResponseData>& list) {
-    for (EventResponseData& entry : list) {
-        if (entry.pid == pid && entry.activity == activity) {
-            entry.eventType = eventType;
-            return true;
-        }
-    }
-    EventResponseData entry{};
-    entry.pid = pid;
-    entry.activity = activity;
-    entry.eventType = eventType;
-    entry.timestamp = static_cast<int64_t>(timestamp);
-    list.push_back(entry);
-    return true;
-}
-
-// Notifications of the client library: 24-byte activity records back to back in `data`.
-void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
-                                  const std::vector<int32_t>& data) {
-    const int count = byteLength / kZelRecordBytes;
-    if (count > kMaxBatch || byteLength < 1 || data.data() == nullptr) {
-        // Deliberate: the line number is part of the text. Guarded by the test scenario
-        // tests/scenarios/client-library-notify.scenario.
-        ALOGE("(%s:%d) [ZEL]Invalid ZelNotify. Count: %d", "ZelNotify", 151, count);
-        return;
-    }
-    // Records past the end of the storage are never read, whatever the byte length says; the
-    // count logged is still the one the byte length gives.
-    const size_t storedRecords = data.size() * sizeof(int32_t) / kZelRecordBytes;
-    const int readable =
-            static_cast<size_t>(count) > storedRecords ? static_cast<int>(storedRecords) : count;
-    std::vector<activity_event> events(readable);
-    for (int i = 0; i < readable; ++i) {
-        memcpy(&events[i],
-               reinterpret_cast<const uint8_t*>(data.data()) +
-                       static_cast<size_t>(i) * kZelRecordBytes,
-               kZelRecordBytes);
-        ALOGI("%s: [ZEL]AR_REPORT_EVENT: [%d] e: %d, a:%d, t:%ld, c:%d, arStatus: %d", "ZelNotify",
-              i, events[i].event_type, events[i].activity, events[i].timestamp,
-              events[i].confidence, status);
-    }
-    int pid = 0;
-    CallingPid(&pid);
-    ::android::Mutex::Autolock lock(mListMutex);
-    const size_t entries = PackageNamePush(events.data(), readable, pid);
-    ALOGI("%s: [ZEL]PackageNamePush, events size:%d, eventDataFit size:%ld", "ZelNotify", count,
-          static_cast<long>(entries));
-    ActivitiesReport();
-    ALOGI("%s: [ZEL]Notify end, pid[%d]", "ZelNotify", pid);
-}
-
 // ---------------------------------------------------------------------------------------------
-// Enable and disable merging. Every client's request is kept under its pid in mEventData; the
+// 6. Enable and disable merging. Every client's request is kept under its pid in mEventData; the
 // pairs switched on below are kept in mEnableToNativeData, and a pair goes down as one request
 // with the smallest latency of its requests.
 
@@ -836,7 +869,7 @@ Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32
     if (!ValidEventType(eventType)) return 1;
     const int64_t latency = RoundNumbers(reportLatencyNs);
     int callingPid = 0;
-    CallingPid(&callingPid);
+    CallingPidOrZero(&callingPid);
     const uint64_t pid = PidKey(callingPid);
     {
         ::android::Mutex::Autolock lock(eventMutex);
@@ -933,7 +966,7 @@ Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, 
     ALOGI("enableActivityEventExtend activity[%d], event[%d] report_latency[%ld]ns", activity,
           eventType, reportLatencyNs);
     int callingPid = 0;
-    CallingPid(&callingPid);
+    CallingPidOrZero(&callingPid);
     if (ValidActivityEventExtend(eventType, callingPid, params) != 0) return 1;
     const uint64_t pid = PidKey(callingPid);
     int64_t latency = RoundNumbers(reportLatencyNs);
@@ -942,7 +975,7 @@ Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, 
     {
         ::android::Mutex::Autolock lock(eventMutex);
         RemoveActivityEvent(pid, activity, eventType, mEventData);
-        mEventData.push_back({pid, activity, eventType, latency, ToLegacyParams(params)});
+        mEventData.push_back({pid, activity, eventType, latency, ToLegacyParamsTruncating(params)});
         ++sEventListsGeneration;
     }
     bool enabled;
@@ -982,7 +1015,7 @@ int32_t ActivityInterface::EnableActivityEvent(uint32_t activity, uint32_t event
         ALOGI("%s: mImpl interface is not available", "EnableActivityEvent");
         return 1;
     }
-    other_params legacy = ToLegacyParams(params);
+    other_params legacy = ToLegacyParamsTruncating(params);
     if (!IsZelActivity(activity)) {
         return mImpl->enable_activity_event_extend(activity, eventType, reportLatencyNs, &legacy);
     }
@@ -1004,7 +1037,7 @@ Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint3
     ALOGI("disableActivityEvent acivity[%d] event[%d]", activity, eventType);
     if (!ValidEventType(eventType)) return 1;
     int callingPid = 0;
-    CallingPid(&callingPid);
+    CallingPidOrZero(&callingPid);
     const uint64_t pid = PidKey(callingPid);
     {
         ::android::Mutex::Autolock lock(eventMutex);
@@ -1016,8 +1049,8 @@ Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint3
         RemoveFirst(pid, activity, eventType);
         ++sEventListsGeneration;
     }
-    // Unlocked, unlike the intake that writes it.
-    RemoveLastActivityEvent(pid, activity, eventType, mLastActivityEvent);
+    // Deliberate: without a lock, unlike the intake that writes the list.
+    RemoveLastActivityEvent(pid, activity, eventType, LastEventsWithoutLock());
     return DisableOtherActivityEvent(activity, eventType) != 0 ? 1 : 0;
 }
 
@@ -1157,15 +1190,6 @@ void ActivityInterface::RemoveLastActivityEvent(uint64_t pid, uint32_t activity,
     }
 }
 
-EnableRequestData ActivityInterface::FindEnableRequestData(
-        uint64_t pid, uint32_t activity, uint32_t eventType,
-        const std::vector<EnableRequestData>& requests) {
-    const int index = FindEnableRequestDataIndex(pid, activity, eventType, requests);
-    EnableRequestData none;
-    memset(&none, 0, sizeof(none));
-    return index >= 0 ? requests[index] : none;
-}
-
 int ActivityInterface::FindEnableRequestDataIndex(uint64_t pid, uint32_t activity,
                                                   uint32_t eventType,
                                                   const std::vector<EnableRequestData>& requests) {
@@ -1220,7 +1244,7 @@ void ActivityInterface::RemoveEnableToNativeData(uint32_t activity, uint32_t eve
 }
 
 // ---------------------------------------------------------------------------------------------
-// Client-library commands: the list of pairs on in the library, sent whole with every "ar-on".
+// 7. Client-library commands: the list of pairs on in the library, sent whole with every "ar-on".
 
 int ActivityInterface::FindZelEnableDataIndex(uint32_t activity, uint32_t eventType) {
     for (size_t i = 0; i < g_zelEnableData.size(); ++i) {
@@ -1320,7 +1344,7 @@ std::vector<ar_context_event> ActivityInterface::ZelStateRecords() {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Queries.
+// 8. Queries.
 
 Return<void> ActivityInterface::getSupportedActivitiesList(getSupportedActivitiesList_cb _hidl_cb) {
     if (mImpl == nullptr) {
@@ -1408,7 +1432,8 @@ Return<void> ActivityInterface::getCurrentActivityV1_1(getCurrentActivityV1_1_cb
 }
 
 // ---------------------------------------------------------------------------------------------
-// Conversions of legacy records to HIDL records, used by the environment side too.
+// 9. Conversions of legacy records to HIDL records, used by the environment side too. The two
+// plain ones are not called by the intake, which builds its records in place.
 
 V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
     V1_0::ActivityEvent out;
@@ -1433,7 +1458,7 @@ V1_0::ActivityEventExtend ActivityInterface::convertACEToAEEV1_0(ar_context_even
     out.activity = event.activity;
     out.timestamp = event.timestamp;
     out.status = event.status;
-    out.otherParams = ConvertOtherParams(event.params);
+    out.otherParams = ToHidlParams(event.params);
     return out;
 }
 
@@ -1444,12 +1469,54 @@ V1_1::ActivityEventExtendV1_1 ActivityInterface::convertACEToAEEV1_1(ar_context_
     out.timestamp = event.timestamp;
     out.confidence = event.confidence;
     out.status = event.status;
-    out.otherParams = ConvertOtherParams(event.params);
+    out.otherParams = ToHidlParams(event.params);
     return out;
 }
 
 // ---------------------------------------------------------------------------------------------
-// State dump (ActivityRecognition::debug). Read only: it writes no log line, calls neither the
+// 10. Kept but never called. The system must have these, and nothing reaches them: the intake
+// does their work with its index (GetLastTime, CheckRepeatedEvent), and enable and disable find
+// requests by position (FindEnableRequestData). A change here changes no behaviour.
+
+int64_t ActivityInterface::GetLastTime(uint64_t pid, uint32_t activity, uint32_t eventType) {
+    for (const FirstReport& entry : firstReport) {
+        if (entry.pid == pid && entry.activity == activity && entry.eventType == eventType) {
+            return entry.timestamp;
+        }
+    }
+    return 0;
+}
+
+// Keeps the last event type passed on per (pid, activity); the timestamp stays the first one.
+bool ActivityInterface::CheckRepeatedEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
+                                           uint64_t timestamp,
+                                           std::vector<EventResponseData>& list) {
+    for (EventResponseData& entry : list) {
+        if (entry.pid == pid && entry.activity == activity) {
+            entry.eventType = eventType;
+            return true;
+        }
+    }
+    EventResponseData entry{};
+    entry.pid = pid;
+    entry.activity = activity;
+    entry.eventType = eventType;
+    entry.timestamp = static_cast<int64_t>(timestamp);
+    list.push_back(entry);
+    return true;
+}
+
+EnableRequestData ActivityInterface::FindEnableRequestData(
+        uint64_t pid, uint32_t activity, uint32_t eventType,
+        const std::vector<EnableRequestData>& requests) {
+    const int index = FindEnableRequestDataIndex(pid, activity, eventType, requests);
+    EnableRequestData none;
+    memset(&none, 0, sizeof(none));
+    return index >= 0 ? requests[index] : none;
+}
+
+// ---------------------------------------------------------------------------------------------
+// 11. State dump (ActivityRecognition::debug). Read only: it writes no log line, calls neither the
 // legacy module nor the client library, and changes nothing. The client maps and packageNames are
 // read under mListMutex and the request lists under eventMutex inside it, the order the fan-out
 // takes them in. The lists that enable and disable use without a lock (mEnableToNativeData,

@@ -80,6 +80,11 @@ struct OxActivityRecognitionExtEvent {
     int32_t firstReportFlag;
 };
 
+// A batch of plain activity events on its way from the intake to the clients, and the intake's
+// lookups over the request lists; both are defined in ActivityInterface.cpp.
+struct ActivityBatch;
+struct IntakeLookups;
+
 struct ActivityInterface : public V1_1::IActivityInterface {
     explicit ActivityInterface(const activity_interface* impl);
     ~ActivityInterface() override;
@@ -140,16 +145,17 @@ struct ActivityInterface : public V1_1::IActivityInterface {
 
     void HandleHidlDeath(uint64_t cookie, const wp<IBase>& who);
 
-    // Intake of the legacy module's batches and the fan-out to the clients.
+    // Intake of the legacy module's batches and the fan-out to the clients. A batch of plain
+    // events travels as an ActivityBatch: PackageNamePush fills it, ActivitiesReport delivers it.
     static void ActChangedCb(const activity_event* events, int count);
     static void ActExtendChangedCb(const ar_context_event* events, int count);
-    static size_t PackageNamePush(const activity_event* events, int count, int pid);
-    static void ActivitiesReport();
-    static void ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>& events);
-    static void ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityEventExtend>& events);
-    static int64_t GetLastTime(uint64_t pid, uint32_t activity, uint32_t eventType);
-    static bool CheckRepeatedEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
-                                   uint64_t timestamp, std::vector<EventResponseData>& list);
+    static size_t PackageNamePush(const activity_event* events, int count, int pid,
+                                  ActivityBatch& batch) REQUIRES(mListMutex);
+    static void ActivitiesReport(ActivityBatch& batch) REQUIRES(mListMutex);
+    static void ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>& events)
+            REQUIRES(mListMutex);
+    static void ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityEventExtend>& events)
+            REQUIRES(mListMutex);
     // Notification function registered with the client library.
     static void ZelNotify(int32_t status, int32_t byteLength, const std::vector<int32_t>& data);
 
@@ -167,17 +173,15 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     static int32_t ValidActivityEventExtend(uint32_t eventType, int pid,
                                             const V1_0::OtherParams& params);
     static bool ValidEventActivity(size_t index, uint32_t activity, uint32_t eventType, bool& plain,
-                                   other_params& out);
+                                   other_params& out) REQUIRES(eventMutex);
     static bool IsNoWake(const V1_0::OtherParams& params);
     static bool IsRequestWake(const EnableRequestData& request);
     static void RemoveActivityEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
                                     std::vector<EnableRequestData>& requests);
-    static void RemoveFirst(uint64_t pid, uint32_t activity, uint32_t eventType);
+    static void RemoveFirst(uint64_t pid, uint32_t activity, uint32_t eventType)
+            REQUIRES(eventMutex);
     static void RemoveLastActivityEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
                                         std::vector<EventResponseData>& events);
-    static EnableRequestData FindEnableRequestData(uint64_t pid, uint32_t activity,
-                                                   uint32_t eventType,
-                                                   const std::vector<EnableRequestData>& requests);
     static int FindEnableRequestDataIndex(uint64_t pid, uint32_t activity, uint32_t eventType,
                                           const std::vector<EnableRequestData>& requests);
     static EnableToNativeData FindEnableToNativeData(uint32_t activity, uint32_t eventType,
@@ -210,26 +214,64 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     // Queries: the current state of both sources, logged with the version's texts.
     std::vector<ar_context_event> CurrentStates(const char* caller, bool v1_1);
 
+    // Kept but never called: the system must have them, and nothing reaches them, so a change
+    // here changes no behaviour.
+    static int64_t GetLastTime(uint64_t pid, uint32_t activity, uint32_t eventType)
+            REQUIRES(eventMutex);
+    static bool CheckRepeatedEvent(uint64_t pid, uint32_t activity, uint32_t eventType,
+                                   uint64_t timestamp, std::vector<EventResponseData>& list);
+    static EnableRequestData FindEnableRequestData(uint64_t pid, uint32_t activity,
+                                                   uint32_t eventType,
+                                                   const std::vector<EnableRequestData>& requests);
+
+    // Locked state reached without its lock, by design: each accessor is the only way in without
+    // the lock, and says why it may go without.
+    // disableActivityEvent erases a last event without any lock, while the intake writes the list
+    // under eventMutex.
+    static std::vector<EventResponseData>& LastEventsWithoutLock() NO_THREAD_SAFETY_ANALYSIS {
+        return mLastActivityEvent;
+    }
+    // HandleHidlDeath looks up the dead client's 1.1 recipient before it takes mListMutex, so that
+    // unlinkToDeath is called without the lock.
+    const KeyedVector<sp<RemoteListenerHidlDeathRecipient>, uint64_t>& DeathRecipientsWithoutLock()
+            const NO_THREAD_SAFETY_ANALYSIS {
+        return mDeathRecipientVectorV1_1;
+    }
+
+    // Class-wide state: the legacy layer calls back into plain functions, without an object.
     static bool sInterfaceExists;
     static const activity_callbacks sActCb;
 
-    // Lock order: mListMutex, then eventMutex.
-    static ::android::Mutex mListMutex;  // client maps, packageNames, the whole fan-out
-    static ::android::Mutex eventMutex;  // mEventData, firstReport, mLastActivityEvent on intake
-    static KeyedVector<sp<V1_1::IActivityChangedCallback>, uint64_t> mClientVectorV1_1;
-    static KeyedVector<sp<V1_0::IActivityChangedCallback>, uint64_t> mClientVectorV1_0;
-    static std::vector<EventResponseData> mLastActivityEvent;
-    static std::vector<EnableRequestData> mEventData;
-    static std::vector<FirstReport> firstReport;
-    static std::vector<uint64_t> packageNames;
-    // Moved under eventMutex by every change of mEventData and firstReport; the intake's lookups
-    // are rebuilt when it has moved.
-    static uint64_t sEventListsGeneration;
+    // Lock order: mListMutex, then eventMutex; eventMutex is never held across a call below.
+    static ::android::Mutex mListMutex ACQUIRED_BEFORE(eventMutex);
+    static ::android::Mutex eventMutex ACQUIRED_AFTER(mListMutex);
+    // mListMutex: the client maps and packageNames, held across the whole intake and fan-out of a
+    // batch (every client call included) and across linkToDeath.
+    static KeyedVector<sp<V1_1::IActivityChangedCallback>, uint64_t> mClientVectorV1_1
+            GUARDED_BY(mListMutex);
+    static KeyedVector<sp<V1_0::IActivityChangedCallback>, uint64_t> mClientVectorV1_0
+            GUARDED_BY(mListMutex);
+    static std::vector<uint64_t> packageNames GUARDED_BY(mListMutex);
+    // The batch on its way to the clients, kept with its buffers' capacity between batches.
+    static ActivityBatch sBatch GUARDED_BY(mListMutex);
+    // eventMutex: the request lists, and the last events while the intake writes them.
+    static std::vector<EventResponseData> mLastActivityEvent GUARDED_BY(eventMutex);
+    static std::vector<EnableRequestData> mEventData GUARDED_BY(eventMutex);
+    static std::vector<FirstReport> firstReport GUARDED_BY(eventMutex);
+    // Moved by every change of mEventData and firstReport; the intake's lookups are rebuilt when
+    // it has moved.
+    static uint64_t sEventListsGeneration GUARDED_BY(eventMutex);
+    static IntakeLookups sIntakeLookups GUARDED_BY(eventMutex);
 
+    // Not locked, by design: the recipient shared by the 1.0 clients is created without a lock,
+    // and the pairs switched on below are used without one by enable, disable and the dump, like
+    // the client library's list and binding in ActivityInterface.cpp.
     sp<RemoteListenerHidlDeathRecipient> mDeathRecipient;
     const activity_interface* mImpl;
-    std::vector<EnableToNativeData> mEnableToNativeData;  // not locked
-    KeyedVector<sp<RemoteListenerHidlDeathRecipient>, uint64_t> mDeathRecipientVectorV1_1;
+    std::vector<EnableToNativeData> mEnableToNativeData;
+    // Written under mListMutex by registration; read without it on death (see above).
+    KeyedVector<sp<RemoteListenerHidlDeathRecipient>, uint64_t> mDeathRecipientVectorV1_1
+            GUARDED_BY(mListMutex);
 };
 
 }  // namespace implementation

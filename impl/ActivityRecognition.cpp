@@ -23,11 +23,7 @@ namespace activity_recognition {
 namespace V1_1 {
 namespace implementation {
 
-namespace {
-// Serialises the lazy creation of the activity interface.
-// NOLINTNEXTLINE(readability-identifier-naming): the file's lock keeps its established name.
-::android::Mutex sActivityInterfaceLock;
-}  // namespace
+::android::Mutex ActivityRecognition::sActivityInterfaceLock;
 
 ActivityRecognition::ActivityRecognition(activity_recognition_module* module,
                                          activity_recognition_device* device)
@@ -56,7 +52,7 @@ Return<sp<V1_0::IActivityInterface>> ActivityRecognition::getActivityInterface()
     if (!mActivityInterfaceReady.load(std::memory_order_acquire)) {
         return sp<V1_0::IActivityInterface>(nullptr);
     }
-    return sp<V1_0::IActivityInterface>(mActivityInterface);
+    return sp<V1_0::IActivityInterface>(PublishedActivityInterface());
 }
 
 Return<sp<V1_0::IEnvironmentInterface>> ActivityRecognition::getEnvironmentInterface() {
@@ -86,7 +82,7 @@ Return<sp<V1_1::IActivityInterface>> ActivityRecognition::getActivityInterfaceV1
         }
         return sp<V1_1::IActivityInterface>(mActivityInterface);
     }
-    return sp<V1_1::IActivityInterface>(mActivityInterface);
+    return sp<V1_1::IActivityInterface>(PublishedActivityInterface());
 }
 
 // Unlike the activity side, creation here is not serialised.
@@ -240,7 +236,7 @@ std::string ActivityRecognition::DumpReport(const hidl_vec<hidl_string>& options
                   environmentInterface != nullptr ? "created" : "not created");
     if (activity && activityExists) {
         report += "== activity ==\n";
-        mActivityInterface->DumpState(&report);
+        PublishedActivityInterface()->DumpState(&report);
     }
     if (environment && environmentInterface != nullptr) {
         report += "== environment ==\n";

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <hidl/Status.h>
+#include <utils/Mutex.h>
 #include <vendor/quarn/hardware/activity_recognition/1.1/IActivityRecognition.h>
 
 #include <atomic>
@@ -56,9 +57,21 @@ struct ActivityRecognition : public V1_1::IActivityRecognition {
     // The text of the report (or the usage text) for these options.
     std::string DumpReport(const hidl_vec<hidl_string>& options) const;
 
+    // The activity interface once published: set under sActivityInterfaceLock before
+    // mActivityInterfaceReady, never written again, so a reader that has seen the flag set reads
+    // it without the lock.
+    const sp<ActivityInterface>& PublishedActivityInterface() const NO_THREAD_SAFETY_ANALYSIS {
+        return mActivityInterface;
+    }
+
+    // Serialises the lazy creation of the activity interface.
+    // NOLINTNEXTLINE(readability-identifier-naming): the lock keeps its established name.
+    static ::android::Mutex sActivityInterfaceLock;
+
     activity_recognition_device* mDevice;
     activity_recognition_module* mModule;
-    sp<ActivityInterface> mActivityInterface;
+    sp<ActivityInterface> mActivityInterface GUARDED_BY(sActivityInterfaceLock);
+    // Not locked, by design: the environment getter is not serialised.
     sp<EnvironmentInterface> mEnvironmentInterface;
     // Set once mActivityInterface is stored, and never cleared: the getters test it without the
     // lock, and a caller that sees it set also sees the stored interface.

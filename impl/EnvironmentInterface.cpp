@@ -24,8 +24,9 @@ using ::android::hardware::IPCThreadState;
 
 namespace {
 
-// The calling process, sign-extended; 1 when this thread has no binder state.
-uint64_t CallingPid(const char* noThreadStateText) {
+// The calling process, sign-extended; 1, after logging the text, when this thread has no binder
+// state (the activity side answers 0 instead).
+uint64_t CallingPidOrOne(const char* noThreadStateText) {
     IPCThreadState* self = IPCThreadState::self();
     if (self == nullptr) {
         ALOGE("%s", noThreadStateText);
@@ -34,9 +35,10 @@ uint64_t CallingPid(const char* noThreadStateText) {
     return static_cast<uint64_t>(static_cast<int64_t>(self->getCallingPid()));
 }
 
-// The caller has checked that `extra` fits. A text of exactly 32 bytes fills the field
-// and carries no terminator; a shorter one is followed by the zeros of the cleared field.
-other_params ConvertOtherParams(const V1_0::OtherParams& params) {
+// The legacy form of the extra values, the text copied whole: the caller has checked that it fits.
+// A text of exactly 32 bytes fills the field and carries no terminator; a shorter one is followed
+// by the zeros of the cleared field.
+other_params ToLegacyParams(const V1_0::OtherParams& params) {
     other_params out;
     memset(&out, 0, sizeof(out));
     for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
@@ -108,8 +110,7 @@ void EnvironmentInterface::RemoteListenerHidlDeathRecipient::serviceDied(uint64_
 // A process holds at most one registration per version: a second one, with the same object or
 // another, is refused. A callback that cannot be watched for death is not registered.
 template <typename Callback>
-void EnvironmentInterface::RegisterClient(KeyedVector<sp<Callback>, uint64_t>& clients,
-                                          const sp<Callback>& callback,
+void EnvironmentInterface::RegisterClient(const sp<Callback>& callback,
                                           const RegistrationTexts& texts) {
     if (callback == nullptr) {
         ALOGE("invalid Callback");
@@ -123,9 +124,10 @@ void EnvironmentInterface::RegisterClient(KeyedVector<sp<Callback>, uint64_t>& c
             return;
         }
     }
-    const uint64_t pid = CallingPid(texts.noThreadState);
+    const uint64_t pid = CallingPidOrOne(texts.noThreadState);
 
     Mutex::Autolock lock(mListMutex);
+    KeyedVector<sp<Callback>, uint64_t>& clients = ClientsOf(callback);
     for (size_t i = 0; i < clients.size(); ++i) {
         if (clients.keyAt(i) == callback || clients.valueAt(i) == pid) {
             texts.alreadyRegistered(pid);
@@ -159,7 +161,7 @@ Return<void> EnvironmentInterface::registerEnvironmentCallback(
             },
             "Unable to link to EnvironmentInterfaceV1_0 death notifications",
     };
-    RegisterClient(mClientVectorV1_0, callback, kTexts);
+    RegisterClient(callback, kTexts);
     return Void();
 }
 
@@ -179,7 +181,7 @@ Return<void> EnvironmentInterface::registerEnvironmentCallbackV1_1(
             },
             "Unable to link to EnvironmentInterfaceV1_1 death notifications",
     };
-    RegisterClient(mClientVectorV1_1, callback, kTexts);
+    RegisterClient(callback, kTexts);
     return Void();
 }
 
@@ -220,8 +222,8 @@ void EnvironmentInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who
 void EnvironmentInterface::EnvChangedCb(const ar_context_event* events, int count) {
     // A batch holds 1 to 192 records. Unsigned arithmetic sends zero and negative counts above
     // the limit too.
-    constexpr unsigned int kMaxBatch = 192;
-    if (events == nullptr || static_cast<unsigned int>(count) - 1u > kMaxBatch - 1u) {
+    constexpr unsigned int kMaxEnvironmentBatch = 192;
+    if (events == nullptr || static_cast<unsigned int>(count) - 1u > kMaxEnvironmentBatch - 1u) {
         ALOGE("(%s:%d) Invalid envChangedCb. Count: %d", "EnvChangedCb", 73, count);
         return;
     }
@@ -314,7 +316,7 @@ Return<int32_t> EnvironmentInterface::initEnvironment(uint32_t environment,
         ALOGE("%s: initEnvironment mImpl interface is not available", "initEnvironment");
         return 1;
     }
-    const other_params legacyParams = ConvertOtherParams(params);
+    const other_params legacyParams = ToLegacyParams(params);
     return ConvertResult(mImpl->init_environment(environment, &legacyParams));
 }
 
@@ -324,7 +326,7 @@ Return<int32_t> EnvironmentInterface::exitEnvironment(uint32_t environment,
         ALOGE("%s: exitEnvironment mImpl interface is not available", "exitEnvironment");
         return 1;
     }
-    const other_params legacyParams = ConvertOtherParams(params);
+    const other_params legacyParams = ToLegacyParams(params);
     return ConvertResult(mImpl->exit_environment(environment, &legacyParams));
 }
 
@@ -336,7 +338,7 @@ Return<int32_t> EnvironmentInterface::enableEnvironment(uint32_t environment, ui
         ALOGE("%s: enableEnvironment mImpl interface is not available", "enableEnvironment");
         return 1;
     }
-    const other_params legacyParams = ConvertOtherParams(params);
+    const other_params legacyParams = ToLegacyParams(params);
     return ConvertResult(
             mImpl->enable_environment(environment, eventType, reportLatencyNs, &legacyParams));
 }

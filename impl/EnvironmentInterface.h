@@ -63,8 +63,19 @@ struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
     // delivery of a batch, and never together with another lock.
     static bool sInterfaceExists;
     static Mutex mListMutex;
-    static KeyedVector<sp<V1_1::IEnvironmentChangedCallback>, uint64_t> mClientVectorV1_1;
-    static KeyedVector<sp<V1_0::IEnvironmentChangedCallback>, uint64_t> mClientVectorV1_0;
+    static KeyedVector<sp<V1_1::IEnvironmentChangedCallback>, uint64_t> mClientVectorV1_1
+            GUARDED_BY(mListMutex);
+    static KeyedVector<sp<V1_0::IEnvironmentChangedCallback>, uint64_t> mClientVectorV1_0
+            GUARDED_BY(mListMutex);
+    // The client map of a callback's version, for the registration shared by both versions.
+    static KeyedVector<sp<V1_1::IEnvironmentChangedCallback>, uint64_t>& ClientsOf(
+            const sp<V1_1::IEnvironmentChangedCallback>& /* callback */) REQUIRES(mListMutex) {
+        return mClientVectorV1_1;
+    }
+    static KeyedVector<sp<V1_0::IEnvironmentChangedCallback>, uint64_t>& ClientsOf(
+            const sp<V1_0::IEnvironmentChangedCallback>& /* callback */) REQUIRES(mListMutex) {
+        return mClientVectorV1_0;
+    }
     static const environment_callbacks sEnvCb;  // NOLINT(readability-identifier-naming)
 
     // Shared by the links of all clients of both versions. It and its owner hold each other
@@ -92,20 +103,21 @@ struct EnvironmentInterface : public V1_1::IEnvironmentInterface {
         const char* linkRefused;
     };
 
+    // Registers the callback in the client map of its version (ClientsOf).
     template <typename Callback>
-    void RegisterClient(KeyedVector<sp<Callback>, uint64_t>& clients, const sp<Callback>& callback,
-                        const RegistrationTexts& texts);
+    void RegisterClient(const sp<Callback>& callback, const RegistrationTexts& texts);
 
     // The legacy layer's `environment_changed`.
     static void EnvChangedCb(const ar_context_event* events, int count);
     // Delivers to the version 1.0 clients; the caller holds mListMutex. Its established name is
     // kept.
     static void env_extend_changed_cb_v1_0(  // NOLINT(readability-identifier-naming)
-            const std::vector<V1_0::ActivityEventExtend>& events);
+            const std::vector<V1_0::ActivityEventExtend>& events) REQUIRES(mListMutex);
 
     void HandleHidlDeath(uint64_t cookie, const wp<IBase>& who);
 
     const environment_interface* mImpl;
+    // Not locked, by design: two racing first registrations may each create one.
     sp<RemoteListenerHidlDeathRecipient> mDeathRecipient;
 };
 

@@ -3,7 +3,7 @@
 #   format   bpfmt reports no change for any Android.bp of the tree.
 #   sources  the library module lists every impl/*.cpp, each package module every .hal of its
 #            folder, and neither lists a file that does not exist; the library's cflags are the
-#            host build's warning flags, and it leaves ZEL_CLIENT_LIBRARY_PATH undefined (the
+#            host build's warning flags and clang's -Wthread-safety, and it leaves ZEL_CLIENT_LIBRARY_PATH undefined (the
 #            device loads the client library by its vendor path); every cc_* module of any
 #            Android.bp of the tree that uses the legacy layouts (a source that includes the legacy
 #            header, directly or through a header of the tree, or a dependency on such a module)
@@ -247,6 +247,8 @@ sources)
 
     host_flags=$(sed -n 's/^add_compile_options(\(-W[^)]*\))$/\1/p' CMakeLists.txt | tr ' ' '\n')
     [[ -n $host_flags ]] || fail "no warning flags found in CMakeLists.txt"
+    # The device compiler is clang: it checks the lock annotations, as the thread_safety gate does.
+    host_flags+=$'\n-Wthread-safety'
     [[ $(list_prop Android.bp "$library" cflags) == "$host_flags" ]] ||
         fail "$library cflags differ from the host build's:" $host_flags
     if grep -q -- '-DZEL_CLIENT_LIBRARY_PATH' Android.bp; then

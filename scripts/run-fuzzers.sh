@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets (clang, ASan+UBSan) in build-fuzz and runs each for SECONDS
-# (default 60) from its seed corpus in fuzzers/corpus/, printing executions per second and the
-# total. Fails on any crash or sanitizer report outside sanitizers/*.supp.
+# Builds the libFuzzer targets (clang, ASan+UBSan) and runs each for SECONDS (default 60) from its
+# seed corpus in fuzzers/corpus/, printing executions per second and the total. Fails on any crash
+# or sanitizer report outside sanitizers/*.supp. The build folder is AR_BUILD_DIR, or build/fuzz of
+# the checkout (the CTest gate sets it inside the build folder that runs the gate).
 # scripts/run-fuzzers.sh [SECONDS] [FUZZER...]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 shift || true
-dir=${AR_BUILD_DIR:-"$root/build-fuzz"}
+dir=${AR_BUILD_DIR:-"$root/build/fuzz"}
+echo "run-fuzzers: building in $dir"
 CC=clang CXX=clang++ "$root/scripts/build.sh" "$dir" -DAR_SANITIZE=fuzzer -DBUILD_TESTING=OFF \
   -DAR_GATES=OFF >/dev/null
 export ASAN_OPTIONS="detect_leaks=1"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, builds, and runs every gate through CTest (the
-# sanitized suites are gates of their own, built in build-asan and build-tsan).
+# sanitized suites and the fuzzers are gates of their own, built in build/asan, build/tsan and
+# build/fuzz).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/setup.sh"

@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # Builds the test suite with clang under a sanitizer (address: ASan+UBSan; thread: TSan) in its
 # own folder and runs it: scripts/sanitized-suite.sh address|thread [CTEST ARGS...]
-# AR_BUILD_DIR overrides the folder (default build-asan or build-tsan).
+# The folder is AR_BUILD_DIR, or build/asan or build/tsan of the checkout; the suite's CTest gate
+# sets it inside the build folder that runs the gate, so that runs in two build folders of one
+# checkout keep apart.
 set -euo pipefail
 kind=$1
 shift
 root=$(cd "$(dirname "$0")/.." && pwd)
-dir=${AR_BUILD_DIR:-"$root/build-${kind:0:1}san"}
+dir=${AR_BUILD_DIR:-"$root/build/${kind:0:1}san"}
+echo "sanitized-suite: $kind suite in $dir"
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1"
 export LSAN_OPTIONS="suppressions=$root/sanitizers/lsan.supp:print_suppressions=0"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"

@@ -113,7 +113,7 @@ TEST_F(ActivityClientsTest, Death) {
     c11->die();
     c10->die();
     both->die();
-    wp<IBase> gone = sp<IBase>(new Client(5));
+    wp<IBase> gone = sp<IBase>((new Client(5))->base());
     both->links[0].first->serviceDied(400, gone);
     EXPECT_EQ((Lines{"4 serviceDied, cookie is 100", "4 ######V1_1 Match, remainder cb[1]!!!######",
                      "4 finish", "4 serviceDied, cookie is 200", "6 DeathRecipient is nullptr",

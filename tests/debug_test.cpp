@@ -12,7 +12,7 @@ namespace {
 using namespace artest;
 
 using DebugTest = ZelActivityTest;
-using arharness::DumpText;
+using artest::DumpText;
 
 // Without the property the client library is never tried.
 TEST_F(ActivityTest, OptionsPickSidesOrTheUsage) {

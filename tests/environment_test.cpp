@@ -38,41 +38,35 @@ using Delivery = std::tuple<const void*, int, size_t>;
 std::mutex gJournalLock;
 std::vector<Delivery> gJournal;
 
-// A client process's callback object; it notes whether the client-map lock was held in its calls.
-struct Client : ar::V1_1::IEnvironmentChangedCallback {
-    Return<void> onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>& e) override {
-        return record(10, e.size());
+// A client process's callback object; it notes whether the client-map lock was held in its calls,
+// and journals its deliveries. Its unlinks fail: a failed unlink is ignored by the HAL.
+struct Client : RecordingClient {
+    Client() {
+        failUnlink = true;
+        observer = [this](Call call, size_t count) {
+            const bool held = Peer::listLockHeld();
+            if (call == Call::kLink) {
+                lockedWhileLinking = held;
+            } else if (call == Call::kUnlink) {
+                lockedWhileUnlinking = held;
+            } else {
+                lockedInCalls = lockedInCalls && held;
+                std::lock_guard<std::mutex> guard(gJournalLock);
+                gJournal.emplace_back(this, call == Call::kEnvironmentV1_0 ? 10 : 11, count);
+            }
+        };
     }
-    Return<void> onEnvironmentChangedV1_1(
-            const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) override {
-        return record(11, e.size());
+    // The recipient and cookie of the last link, and the last recipient unlinked.
+    sp<hidl_death_recipient> recipient() const {
+        return links.empty() ? nullptr : links.back().first;
     }
-    Return<void> record(int version, size_t count) {
-        lockedInCalls = lockedInCalls && Peer::listLockHeld();
-        std::lock_guard<std::mutex> guard(gJournalLock);
-        gJournal.emplace_back(this, version, count);
-        if (failCalls) return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED);
-        return ::android::hardware::Void();
+    uint64_t cookie() const { return links.empty() ? 0 : links.back().second; }
+    sp<hidl_death_recipient> lastUnlinked() const {
+        return unlinked.empty() ? nullptr : unlinked.back();
     }
-    Return<bool> linkToDeath(const sp<hidl_death_recipient>& r, uint64_t cookie) override {
-        lockedWhileLinking = Peer::listLockHeld();
-        recipient = r;
-        this->cookie = cookie;
-        return linkAnswer(link);
-    }
-    // A failed unlink is ignored by the HAL.
-    Return<bool> unlinkToDeath(const sp<hidl_death_recipient>& r) override {
-        lockedWhileUnlinking = Peer::listLockHeld();
-        unlinked = r;
-        return Status::fromExceptionCode(Status::EX_ILLEGAL_STATE);
-    }
-    void die() { recipient->serviceDied(cookie, wp<IBase>(this)); }
+    void die() { recipient()->serviceDied(cookie(), wp<IBase>(base())); }
 
-    Link link = Link::kLinked;
-    bool failCalls = false, lockedInCalls = true, lockedWhileLinking = false;
-    bool lockedWhileUnlinking = true;
-    sp<hidl_death_recipient> recipient, unlinked;
-    uint64_t cookie = 0;
+    bool lockedInCalls = true, lockedWhileLinking = false, lockedWhileUnlinking = true;
 };
 
 // A batch of `count` records (the fields' values are checked in the conversions' tests).
@@ -149,10 +143,10 @@ TEST_P(RegistrationTest, OneRegistrationPerProcessSharingOneRecipient) {
                          "6 IPCThreadState::self() Vx returns nullptr",
                          "4 It's already register pid[1] callback, Vx"}),
               lines());
-    EXPECT_EQ(100u, a->cookie);
-    EXPECT_EQ(1u, d->cookie);
-    EXPECT_EQ(a->recipient, d->recipient);
-    EXPECT_EQ(nullptr, b->recipient);
+    EXPECT_EQ(100u, a->cookie());
+    EXPECT_EQ(1u, d->cookie());
+    EXPECT_EQ(a->recipient(), d->recipient());
+    EXPECT_EQ(nullptr, b->recipient());
     EXPECT_TRUE(a->lockedWhileLinking);
     EXPECT_EQ(3u, report(1).size());
 }
@@ -196,12 +190,12 @@ TEST_F(EnvironmentTest, Death) {
     reg(100, both, 11);
     reg(100, both, 10);
     reg(200, other, 11);
-    wp<IBase> gone = sp<IBase>(new Client);
+    wp<IBase> gone = sp<IBase>((new Client)->base());
     log.clear();
     both->die();
-    other->recipient->serviceDied(77, wp<IBase>(stranger.get()));
-    other->recipient->serviceDied(78, gone);
-    other->recipient->serviceDied(79, wp<IBase>());
+    other->recipient()->serviceDied(77, wp<IBase>(stranger->base()));
+    other->recipient()->serviceDied(78, gone);
+    other->recipient()->serviceDied(79, wp<IBase>());
     EXPECT_EQ(1u, report(1).size());
     EXPECT_EQ((Lines{"4 ENV serviceDied, cookie is 100",
                      "4 ######V1_1 ENV Match, remainder cb[1]!!!######",
@@ -210,8 +204,8 @@ TEST_F(EnvironmentTest, Death) {
                      "4 ENV serviceDied, cookie is 78", "6 Invalide IBase object, ENV", "4 finish",
                      "4 ENV serviceDied, cookie is 79", "6 Invalide IBase object, ENV", "4 finish"}),
               lines());
-    EXPECT_EQ(both->recipient, both->unlinked);
-    EXPECT_EQ(both->recipient, stranger->unlinked);
+    EXPECT_EQ(both->recipient(), both->lastUnlinked());
+    EXPECT_EQ(both->recipient(), stranger->lastUnlinked());
     EXPECT_FALSE(both->lockedWhileUnlinking);
 }
 

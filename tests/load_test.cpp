@@ -7,11 +7,12 @@
 // wherever it lets them go. Bounded in iterations and time. At the end only observable effects
 // are checked: deliveries, calls that reached the lower layers.
 //
-// Some lists of the HAL are unlocked by design (the native list and the client library's list on
-// enable/disable/queries, the last-event list on disable, the recipient lookup on death, the
-// creation of the shared recipients). The test itself keeps calls that touch them from running
-// at once: every call that changes registrations or requests holds `gModel` exclusively; batches,
-// queries and the death notices of processes that died in a delivery hold it shared.
+// Some state of the HAL is used without a lock by design: what carries no lock annotation in
+// impl/ActivityInterface.h (the native list, the client library's list and binding, the shared
+// recipient's creation) and what is reached through its *WithoutLock accessors (the last-event
+// list on disable, the recipient lookup on death). The test itself keeps calls that touch them
+// from running at once: every call that changes registrations or requests holds `gModel` exclusively;
+// batches, queries and the death notices of processes that died in a delivery hold it shared.
 #include <android-base/properties.h>
 #include <gtest/gtest.h>
 #include <hwbinder/IPCThreadState.h>
@@ -37,6 +38,7 @@
 
 #include "LogCapture.h"
 #include "Passthrough.h"
+#include "RecordingClient.h"
 #include "simulated_legacy_module.h"
 #include "simulated_zel_client.h"
 
@@ -66,85 +68,38 @@ constexpr uint32_t kLibraryMask = 0xc;
 constexpr auto pairActivity = [](int pair) -> uint32_t { return pair / 2; };
 constexpr auto pairType = [](int pair) -> uint32_t { return 1 + pair % 2; };
 
-// What one callback object received. It outlives the object, whose last reference may be the HAL's.
-struct Received {
-    std::vector<int64_t> plain;    // timestamps of plain events (1.1 and 1.0)
-    std::vector<int64_t> batches;  // first timestamp of each extended or environment batch
-    bool diedMidBatch = false;     // its process died from inside a delivery
-};
+using artest::Received;
+using artest::RecordingClient;
 
-// A callback object of one process. It records what it receives and may fail its calls; one
-// that dies in a delivery has its process killed from another thread and fails from then on.
-struct Callback : public ar::V1_1::IActivityChangedCallback,
-                  public ar::V1_1::IEnvironmentChangedCallback {
-    Callback(bool failing, bool refuseLink, std::function<void()> dieInDelivery)
-        : failing(failing), refuseLink(refuseLink), dieInDelivery(std::move(dieInDelivery)) {}
-    const bool failing;
-    const bool refuseLink;
-    const std::shared_ptr<Received> got = std::make_shared<Received>();
-    std::mutex lock;  // guards what follows and *got
-    std::function<void()> dieInDelivery;
-    bool dying = false;
-    std::vector<std::pair<sp<hidl_death_recipient>, uint64_t>> links;
+// Timestamps of the plain events a client received (1.1 or 1.0), in order.
+std::vector<int64_t> plainTimestamps(const Received& got) {
+    std::vector<int64_t> out;
+    for (const auto& batch : got.v11)
+        for (const auto& e : batch) out.push_back(e.timestamp);
+    for (const auto& batch : got.v10)
+        for (const auto& e : batch) out.push_back(e.timestamp);
+    return out;
+}
 
-    Return<bool> linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie) override {
-        std::lock_guard<std::mutex> guard(lock);
-        if (!refuseLink) links.emplace_back(recipient, cookie);
-        return !refuseLink;
-    }
-    template <typename Vec>
-    Return<void> record(std::vector<int64_t>& into, const Vec& events, bool whole) {
-        std::lock_guard<std::mutex> guard(lock);
-        if (whole) {
-            if (events.size() > 0) into.push_back(events[0].timestamp);
-        } else {
-            for (const auto& e : events) into.push_back(e.timestamp);
-        }
-        if (dieInDelivery) {
-            dieInDelivery();
-            dieInDelivery = nullptr;
-            dying = true;
-        }
-        if (failing || dying)
-            return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "failing");
-        return Void();
-    }
-    Return<void> onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& e) override {
-        return record(got->plain, e, false);
-    }
-    Return<void> onActivityExtendChangedV1_0(
-            const hidl_vec<ar::V1_0::ActivityEventExtend>& e) override {
-        return record(got->batches, e, true);
-    }
-    Return<void> onActivityChangedV1_1(const hidl_vec<ar::V1_1::ActivityEventV1_1>& e) override {
-        return record(got->plain, e, false);
-    }
-    Return<void> onActivityExtendChangedV1_1(
-            const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) override {
-        return record(got->batches, e, true);
-    }
-    Return<void> onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>& e) override {
-        return record(got->batches, e, true);
-    }
-    Return<void> onEnvironmentChangedV1_1(
-            const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) override {
-        return record(got->batches, e, true);
-    }
-    // The death notices of its process, to be delivered without a reference to the object.
-    std::function<void()> obituary() {
-        std::lock_guard<std::mutex> guard(lock);
-        wp<::android::hidl::base::V1_0::IBase> who(
-                static_cast<ar::V1_1::IActivityChangedCallback*>(this));
-        return [copy = links, who] {
-            for (auto& [recipient, cookie] : copy) recipient->serviceDied(cookie, who);
-        };
-    }
-};
+// The first timestamp of each extended or environment batch a client received, in order (a client
+// is registered under one kind only).
+std::vector<int64_t> batchIds(const Received& got) {
+    std::vector<int64_t> out;
+    auto firsts = [&out](const auto& batches) {
+        for (const auto& batch : batches)
+            if (!batch.empty()) out.push_back(batch[0].timestamp);
+    };
+    firsts(got.ext11);
+    firsts(got.ext10);
+    firsts(got.env11);
+    firsts(got.env10);
+    return out;
+}
 
 // A registration the HAL holds: the test keeps only a weak reference to the object, so the HAL
 // releases the last one when it replaces the callback or hears of its death.
 struct Slot {
-    wp<Callback> callback;
+    wp<RecordingClient> callback;
     std::shared_ptr<Received> got;
 };
 
@@ -205,6 +160,7 @@ class LoadTest : public ::testing::Test {
     std::vector<std::shared_ptr<Received>> everyReceived;
     std::mutex expectLock;
     std::map<Received*, std::vector<int64_t>> expectedPlain, expectedBatches;
+    std::set<const Received*> diedMidBatch;  // clients whose process died in a delivery
     // Processes that a callback killed from inside a delivery, for the death-notice thread.
     std::mutex deathLock;
     std::condition_variable deathQueued;
@@ -228,9 +184,26 @@ void LoadTest::registerCallback(int p, Role role, std::mt19937& rng) {
             deathQueued.notify_one();
         };
     }
-    sp<Callback> callback = new Callback(rng() % 5 == 0, rng() % 10 == 0, std::move(dieInDelivery));
+    const bool failing = rng() % 5 == 0, refuseLink = rng() % 10 == 0;
+    sp<RecordingClient> callback = new RecordingClient(
+            kFirstPid + p, refuseLink ? artest::Link::kRefused : artest::Link::kLinked);
+    callback->failing = failing;
+    // A process that dies in a delivery fails that call and every later one.
+    if (dieInDelivery) {
+        RecordingClient* client = callback.get();  // the observer lives and dies with the client
+        callback->observer = [client, die = std::move(dieInDelivery)](RecordingClient::Call call,
+                                                                      size_t) mutable {
+            if (call == RecordingClient::Call::kLink || call == RecordingClient::Call::kUnlink ||
+                !die) {
+                return;
+            }
+            die();
+            die = nullptr;
+            client->failing = true;
+        };
+    }
     everyReceived.push_back(callback->got);
-    const Slot registered = callback->refuseLink ? Slot() : Slot{callback, callback->got};
+    const Slot registered = refuseLink ? Slot() : Slot{callback, callback->got};
     if (role == kActivity10) activity()->registerActivityCallback(callback);
     if (role == kActivity11) activity()->registerActivityCallbackV1_1(callback);
     if (role == kEnvironment10) environment()->registerEnvironmentCallback(callback);
@@ -286,7 +259,7 @@ void LoadTest::kill(int p, bool inDelivery) {
     Process& process = processes[p];
     std::vector<std::function<void()>> notices;
     for (Slot* slot : process.slots()) {
-        if (sp<Callback> callback = slot->callback.promote())
+        if (sp<RecordingClient> callback = slot->callback.promote())
             notices.push_back(callback->obituary());
     }
     for (const auto& notice : notices) notice();
@@ -294,7 +267,7 @@ void LoadTest::kill(int p, bool inDelivery) {
     // Only a live 1.1 registration takes the process's requests with it.
     if (process.activity11.got != nullptr) process.open.clear();
     for (Slot* slot : process.slots()) {
-        if (inDelivery && slot->got != nullptr) slot->got->diedMidBatch = true;
+        if (inDelivery && slot->got != nullptr) diedMidBatch.insert(slot->got.get());
         *slot = Slot();
     }
     ++figures.deaths;
@@ -489,20 +462,20 @@ TEST_F(LoadTest, ManyProcessesEventsDeathsAndFaults) {
     // Every plain event that matched a live 1.1 client's open request reached it exactly once;
     // every extended and environment batch reached every client registered throughout it, in
     // order. A client whose process died in a delivery received no more than that.
-    size_t deliveries = 0, diedMidBatch = 0;
+    size_t deliveries = 0;
     for (const std::shared_ptr<Received>& got : everyReceived) {
-        deliveries += got->plain.size() + got->batches.size();
-        diedMidBatch += got->diedMidBatch;
+        const bool died = diedMidBatch.count(got.get()) != 0;
+        deliveries += plainTimestamps(*got).size() + batchIds(*got).size();
         for (bool plain : {false, true}) {
             auto& expected = plain ? expectedPlain : expectedBatches;
             if (plain && expected.count(got.get()) == 0) continue;
             std::vector<int64_t> want = expected[got.get()],
-                                 have = plain ? got->plain : got->batches;
-            if (plain || got->diedMidBatch) {
+                                 have = plain ? plainTimestamps(*got) : batchIds(*got);
+            if (plain || died) {
                 std::sort(want.begin(), want.end());
                 std::sort(have.begin(), have.end());
             }
-            if (got->diedMidBatch) {
+            if (died) {
                 EXPECT_TRUE(std::includes(want.begin(), want.end(), have.begin(), have.end()));
             } else {
                 EXPECT_EQ(want, have);
@@ -551,7 +524,7 @@ TEST_F(LoadTest, ManyProcessesEventsDeathsAndFaults) {
            "batches, %d malformed, %zu deliveries, %d deaths, %zu clients died in a delivery\n",
            figures.operations.load(), figures.plainBatches.load(), figures.libraryBatches.load(),
            figures.extendedBatches.load(), figures.environmentBatches.load(),
-           figures.malformed.load(), deliveries, figures.deaths.load(), diedMidBatch);
+           figures.malformed.load(), deliveries, figures.deaths.load(), diedMidBatch.size());
 }
 
 }  // namespace

@@ -114,6 +114,12 @@ bool notificationRegistered() {
     return state().notify != nullptr;
 }
 
+static_assert(std::is_same_v<NotifyFunction, ZelNotifyFunc>);
+NotifyFunction registeredNotification() {
+    std::lock_guard<std::mutex> guard(state().lock);
+    return state().notify;
+}
+
 std::string registeredClient() {
     std::lock_guard<std::mutex> guard(state().lock);
     return state().client;

@@ -62,6 +62,12 @@ void clearCalls();
 bool notificationRegistered();
 std::string registeredClient();
 
+// The registered notification function (the type of ZelNotifyFunc), null when none: for a program
+// that calls it in place, on a thread of its own, without the thread per call of notify().
+using NotifyFunction = void (*)(int32_t status, int32_t byteLength,
+                                const std::vector<int32_t>& data);
+NotifyFunction registeredNotification();
+
 // Records back to back, 24 bytes each, as the notifications carry them.
 std::vector<int32_t> pack(const std::vector<activity_event>& events);
 

@@ -1,5 +1,5 @@
-// What every suite of the HAL shares: the names it uses, how a client answers being linked to,
-// and a fixture that loads the HAL as the platform's passthrough host does.
+// What every suite of the HAL shares: the names it uses (the recording client's among them) and a
+// fixture that loads the HAL as the platform's passthrough host does.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 
 #include "LogCapture.h"
 #include "Passthrough.h"
+#include "RecordingClient.h"
 #include "simulated_legacy_module.h"
 
 namespace artest {
@@ -24,16 +25,6 @@ using ::android::hardware::Return;
 using ::android::hardware::Status;
 using ::android::hardware::host::ScopedCallingIdentity;
 using IBase = ::android::hidl::base::V1_0::IBase;
-
-// How a client's process answers linkToDeath.
-enum class Link { kLinked, kRefused, kTransportError };
-
-inline Return<bool> linkAnswer(Link link) {
-    if (link == Link::kTransportError) {
-        return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, "link broke");
-    }
-    return link == Link::kLinked;
-}
 
 // The simulated module at its defaults and the service fetched; each test runs in a process of
 // its own, so the HAL's process-wide state starts empty.

@@ -9,7 +9,8 @@ namespace artest {
 using IActivityRecognition =
         ::vendor::quarn::hardware::activity_recognition::V1_1::IActivityRecognition;
 
-// The library stays loaded for the life of the process. Null when the entry point answers null.
+// The library stays loaded for the life of the process. Null when the entry point answers null,
+// or, with a line on stderr, when the library or its entry point cannot be found.
 ::android::sp<IActivityRecognition> fetchService(const char* instance = "default");
 
 }  // namespace artest

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace arharness {
+namespace artest {
 
 // What `service` writes for these options (empty when it writes nothing).
 inline std::string DumpText(const ::android::sp<::android::hidl::base::V1_0::IBase>& service,
@@ -36,4 +36,4 @@ inline std::string DumpText(const ::android::sp<::android::hidl::base::V1_0::IBa
     return text;
 }
 
-}  // namespace arharness
+}  // namespace artest
