@@ -84,7 +84,9 @@ TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
          on(300, 2, 2, kS, {"enable_activity_event(2,2,1000000000)"}),
          off(100, 1, 1, {"disable_activity_event(1,1)"}),  // erases (2,2) instead
          on(400, 2, 2, 5 * kS, {"enable_activity_event(2,2,5000000000)"}),
-         on(100, 3, 2, kS, {})});  // still routed, nothing to send it with
+         on(100, 3, 2, kS, {}),  // still routed, nothing to send it with
+         on(200, 3, 2, kS, {}),
+         off(200, 3, 2, {})});  // another request remains: nothing to re-send it with either
 }
 
 // Without a legacy table every path answers its failure.

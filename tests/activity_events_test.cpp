@@ -46,6 +46,23 @@ TEST_F(ActivityEventsTest, FullBatchForManyProcesses) {
     EXPECT_EQ(2u * kPids, c10->v10.size());  // one call per pid and batch
 }
 
+// A batch that the module reports while an enable of a pair already on is under way below sees
+// the new request; the first-report limit the enable files once the module answered holds for the
+// next batch (it is looked up under the reporting process).
+TEST_F(ActivityEventsTest, BatchDuringAnEnable) {
+    auto a = add(1, 100);
+    auto b = add(1, 200);
+    enable(100, 1, 1);
+    simulated_legacy::setStateAnswer(simulated_legacy::Side::kActivity,
+                                     {{{1, 1, 1000, 0, 0, {}}}, {}, false});
+    simulated_legacy::setHook("enable_activity_event", [] { report(7, {event(1, 1, 10)}); });
+    EXPECT_EQ(0, enable(200, 1, 1));
+    simulated_legacy::setHook("enable_activity_event", {});
+    report(200, {event(1, 1, 999), event(1, 1, 1000)});
+    EXPECT_EQ((Batches{{10}, {1000}}), take(a->v11));
+    EXPECT_EQ((Batches{{10}, {1000}}), take(b->v11));
+}
+
 // A failing client is logged and the others are still served. The 1.1 line names the map entry
 // at the pid's position in the served pids, or the failing client when that is past the map's
 // end.
