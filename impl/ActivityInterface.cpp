@@ -475,13 +475,20 @@ struct IntakeLookups {
 
     static size_t Hash(uint64_t pair) { return (pair * 0x9e3779b97f4a7c15ULL) >> 32; }
 
-    // The slot of the pair, or null when no request is for it.
-    PairSlot* Find(uint64_t pair) {
-        for (size_t i = Hash(pair) & mask;; i = (i + 1) & mask) {
-            PairSlot& slot = slots[i];
-            if (slot.end == 0) return nullptr;
-            if (slot.pair == pair) return &slot;
+    // The position of the pair's slot, else of the first free one on its probe sequence; the
+    // table's size when neither is found once round the table.
+    size_t Probe(uint64_t pair) const {
+        size_t i = Hash(pair) & mask;
+        for (size_t left = slots.size(); left != 0; --left, i = (i + 1) & mask) {
+            if (slots[i].end == 0 || slots[i].pair == pair) return i;
         }
+        return slots.size();
+    }
+
+    // The slot of the pair, or null when no request is for it. Build leaves a free slot.
+    PairSlot* Find(uint64_t pair) {
+        PairSlot& slot = slots[Probe(pair)];
+        return slot.end != 0 ? &slot : nullptr;
     }
 
     void Build(const std::vector<EnableRequestData>& eventData,
@@ -545,8 +552,8 @@ __attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequ
         const uint64_t pair = requests[begin].pair;
         for (end = begin + 1; end < requests.size() && requests[end].pair == pair; ++end) {
         }
-        size_t i = Hash(pair) & mask;
-        while (slots[i].end != 0) i = (i + 1) & mask;
+        const size_t i = Probe(pair);
+        LOG_ALWAYS_FATAL_IF(i == slots.size(), "intake table of %zu slots is full", slots.size());
         slots[i] = {pair, static_cast<uint32_t>(begin), static_cast<uint32_t>(end), false, 0, 0};
     }
     limits = firstReport;
