@@ -46,6 +46,29 @@ TEST_F(ActivityEventsTest, FullBatchForManyProcesses) {
     EXPECT_EQ(2u * kPids, c10->v10.size());  // one call per pid and batch
 }
 
+// Every set of pairs that one process can have on: a batch with an event of each pair delivers
+// exactly the events of the pairs on, in batch order.
+TEST_F(ActivityEventsTest, EverySetOfPairsGetsItsEvents) {
+    auto client = add(1, 100);
+    std::vector<activity_event> batch;
+    for (uint32_t pair = 0; pair < 6; ++pair)
+        batch.push_back(event(1 + pair % 2, 1 + pair / 2, pair));
+    for (unsigned set = 1; set < 64; ++set) {
+        std::vector<int64_t> wanted;
+        for (const activity_event& e : batch) {
+            if (set & 1u << e.timestamp) {
+                enable(100, e.activity, e.event_type);
+                wanted.push_back(e.timestamp);
+            }
+        }
+        report(7, batch);
+        EXPECT_EQ(Batches{wanted}, take(client->v11)) << "set " << set;
+        for (const activity_event& e : batch) {
+            if (set & 1u << e.timestamp) disable(100, e.activity, e.event_type);
+        }
+    }
+}
+
 // A batch that the module reports while an enable of a pair already on is under way below sees
 // the new request; the first-report limit the enable files once the module answered holds for the
 // next batch (it is looked up under the reporting process).
