@@ -707,10 +707,6 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
 size_t ActivityInterface::PackageNamePush(const activity_event* events, int count, int pid,
                                           ActivityBatch& batch) {
     size_t entries = 0;
-    // A pid's buffer lies at the pid's position in packageNames.
-    if (batch.eventsByPid.size() < packageNames.size()) {
-        batch.eventsByPid.resize(packageNames.size());
-    }
     for (int i = 0; i < count; ++i) {
         const activity_event& event = events[i];
         if (event.event_type == 0) continue;
@@ -749,7 +745,6 @@ size_t ActivityInterface::PackageNamePush(const activity_event* events, int coun
 void ActivityInterface::ActivitiesReport(ActivityBatch& batch) {
     if (packageNames.empty()) return;
     const size_t pidCount = packageNames.size();
-    if (batch.eventsByPid.size() < pidCount) batch.eventsByPid.resize(pidCount);
     // The 1.1 clients by pid, each pid's in map order. The map holds still meanwhile: changing it
     // takes mListMutex.
     std::vector<std::pair<uint64_t, size_t>>& clients = batch.clientsByPid;
