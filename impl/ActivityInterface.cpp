@@ -433,8 +433,9 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
 
 // The intake's index: what PackageNamePush looks up for each event, kept beside the lists it
 // indexes and guarded by eventMutex (sIntakeLookups); rebuilt whenever sEventListsGeneration has
-// moved since it was built. The positions it remembers in mLastActivityEvent and packageNames
-// are checked before use, since a disable erases last events without any lock. Why it is built
+// moved since it was built. It remembers positions in mLastActivityEvent and packageNames; those
+// in mLastActivityEvent are checked before use, since a disable erases last events without any
+// lock. Why it is built
 // this way, and what it costs against the floor of a delivery, is in BENCHMARKS.md.
 
 namespace {
@@ -569,8 +570,6 @@ struct IntakeLists {
     std::vector<std::vector<V1_1::ActivityEventV1_1>>& eventsByPid;
     EventResponseData* lastData = nullptr;
     size_t lastCount = 0;
-    const uint64_t* pidData = nullptr;
-    size_t pidCount = 0;
     std::vector<V1_1::ActivityEventV1_1>* buffers = nullptr;
 
     IntakeLists(std::vector<EventResponseData>& last, std::vector<uint64_t>& pidList,
@@ -582,8 +581,6 @@ struct IntakeLists {
     void Reread() {
         lastData = lastEvents.data();
         lastCount = lastEvents.size();
-        pidData = pids.data();
-        pidCount = pids.size();
         buffers = eventsByPid.data();
     }
 };
@@ -621,7 +618,8 @@ uint32_t FindOrAddPackageName(IntakeLists& lists, uint64_t pid) {
 // For an event that passed the first-report limit, one matching request: records the event type
 // last passed on for the request's (pid, activity) and files the event under the request's pid.
 // The intake keeps one last event per (pid, activity), so an entry of the request's (pid,
-// activity) at the remembered position is the first one; packageNames only grows.
+// activity) at the remembered position is the first one. packageNames only grows, under the lock
+// held throughout an intake, so a known position of a pid stays its position.
 inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableRequestData& request,
                         IndexedRequest& indexed, IntakeLists& lists) {
     if (indexed.last >= lists.lastCount || lists.lastData[indexed.last].pid != request.pid ||
@@ -629,9 +627,8 @@ inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableReques
         indexed.last = FindOrAddLastEvent(lists, request, event.timestamp);
     }
     lists.lastData[indexed.last].eventType = event.eventType;
-    if (indexed.pidPosition >= lists.pidCount || lists.pidData[indexed.pidPosition] != request.pid) {
+    if (indexed.pidPosition == kUnknown)
         indexed.pidPosition = FindOrAddPackageName(lists, request.pid);
-    }
     lists.buffers[indexed.pidPosition].push_back(event);
 }
 
