@@ -17,7 +17,7 @@ using artest::DumpText;
 // Without the property the client library is never tried.
 TEST_F(ActivityTest, OptionsPickSidesOrTheUsage) {
     service->getEnvironmentInterface();
-    // Which of these parts each report holds, as 0 or 1 each.
+    // How often each report holds each of these parts, as a digit each.
     const char* const parts[] = {"unknown option: -x", "usage: lshal",
                                  "== service",         "== activity",
                                  "== environment",     "not enabled (libZelClient.so)"};
@@ -31,7 +31,12 @@ TEST_F(ActivityTest, OptionsPickSidesOrTheUsage) {
     for (const auto& [options, expected] : cases) {
         const std::string text = DumpText(service, options);
         std::string shown;
-        for (const char* part : parts) shown += text.find(part) == std::string::npos ? '0' : '1';
+        for (const char* part : parts) {
+            size_t count = 0;
+            for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+                ++count;
+            shown += static_cast<char>('0' + std::min<size_t>(count, 9));
+        }
         EXPECT_EQ(expected, shown) << text;
     }
 }
