@@ -1117,14 +1117,11 @@ int64_t ActivityInterface::RoundNumbers(int64_t reportLatencyNs) {
 
 int64_t ActivityInterface::MinReportLatencyNsFunc(uint32_t activity, uint32_t eventType,
                                                   const std::vector<EnableRequestData>& requests) {
-    const int32_t count = static_cast<int32_t>(requests.size());
-    if (count < 1) return 0;
     bool found = false;
-    int64_t smallest = 0;
-    for (int32_t i = 0; i < count; ++i) {
-        const EnableRequestData& request = requests[i];
+    int64_t smallest = 0;  // when the pair has no request
+    for (const EnableRequestData& request : requests) {
         if (request.activity != activity || request.eventType != eventType) continue;
-        if (!found || request.reportLatencyNs < smallest) smallest = request.reportLatencyNs;
+        smallest = found ? std::min(smallest, request.reportLatencyNs) : request.reportLatencyNs;
         found = true;
     }
     return smallest;
