@@ -4,6 +4,9 @@
 #include <signal.h>
 #include <sys/socket.h>
 
+#include <future>
+#include <thread>
+
 #include "ActivityZelSupport.h"
 #include "DumpText.h"
 
@@ -13,6 +16,20 @@ using namespace artest;
 
 using DebugTest = ZelActivityTest;
 using artest::DumpText;
+
+// debug() returns whatever its handle does: a call still running after 10 s ends the program with
+// a failure at once, rather than at the test's time limit.
+void returns(std::function<void()> call) {
+    auto done = std::make_shared<std::promise<void>>();
+    std::future<void> returned = done->get_future();
+    std::thread([call, done] {
+        call();
+        done->set_value();
+    }).detach();
+    if (returned.wait_for(std::chrono::seconds(10)) == std::future_status::ready) return;
+    fprintf(stderr, "debug() did not return\n");
+    _exit(1);
+}
 
 // Without the property the client library is never tried.
 TEST_F(ActivityTest, OptionsPickSidesOrTheUsage) {
@@ -29,7 +46,8 @@ TEST_F(ActivityTest, OptionsPickSidesOrTheUsage) {
             {{"--activity", "-x"}, "110000"},
             {{"--environment", "--activity"}, "001111"}};
     for (const auto& [options, expected] : cases) {
-        const std::string text = DumpText(service, options);
+        std::string text;
+        returns([&] { text = DumpText(service, options); });
         std::string shown;
         for (const char* part : parts) {
             size_t count = 0;
@@ -57,7 +75,7 @@ TEST_F(DebugTest, HandlesThatCannotTakeTheReportGetNothing) {
         handles.back()->data[0] = fd;
     }
     for (native_handle_t* handle : handles) {
-        EXPECT_TRUE(service->debug(handle, {}).isOk());
+        returns([&] { EXPECT_TRUE(service->debug(handle, {}).isOk()); });
         if (handle != nullptr) native_handle_delete(handle);
     }
     EXPECT_EQ(0, lseek(file, 0, SEEK_END));
