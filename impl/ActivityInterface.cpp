@@ -542,9 +542,9 @@ __attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequ
                             last == lastPositions.end() ? kUnknown : last->second,
                             pid == pidPositions.end() ? kUnknown : pid->second});
     }
-    std::sort(requests.begin(), requests.end(), [](const auto& a, const auto& b) {
-        return a.pair != b.pair ? a.pair < b.pair : a.request < b.request;
-    });
+    // A pair's requests stay in list order.
+    std::stable_sort(requests.begin(), requests.end(),
+                     [](const auto& a, const auto& b) { return a.pair < b.pair; });
     size_t size = 2;
     while (size < 2 * requests.size()) size *= 2;
     slots.assign(size, PairSlot{});
