@@ -165,10 +165,11 @@ uint64_t ActivityInterface::sEventListsGeneration = 0;
 static std::set<int32_t> g_zelSupportedActivities;       // activities routed to the library
 static std::vector<EnableToNativeData> g_zelEnableData;  // pairs on in the library; not locked
 static void* g_zelHandle = nullptr;
-static ZelSetCallbackFunc g_zelSetCallback = nullptr;
 static ZelRunCommandFunc g_zelRunCommand = nullptr;
 static ZelRunCommandIntFunc g_zelRunCommandInt = nullptr;
 static ZelGetDataFunc g_zelGetData = nullptr;
+// Used by the binding only, which sets both before it calls them, so nothing clears them.
+static ZelSetCallbackFunc g_zelSetCallback = nullptr;
 static ZelMotionEnableFunc g_zelArEnable = nullptr;
 // How far the binding got and how many registration attempts it made, for the state dump;
 // written and read like the pointers.
@@ -205,11 +206,9 @@ ActivityInterface::~ActivityInterface() {
     if (g_zelHandle != nullptr) {
         dlclose(g_zelHandle);
         g_zelHandle = nullptr;
-        g_zelSetCallback = nullptr;
         g_zelRunCommand = nullptr;
         g_zelRunCommandInt = nullptr;
         g_zelGetData = nullptr;
-        g_zelArEnable = nullptr;
     }
     g_zelBinding = ZelBinding::kNotEnabled;
     g_zelAttempts = 0;
@@ -235,11 +234,9 @@ void ActivityInterface::BindZelClient() {
     if (g_zelSetCallback == nullptr || g_zelRunCommand == nullptr ||
         g_zelRunCommandInt == nullptr || g_zelGetData == nullptr || g_zelArEnable == nullptr) {
         // The handle stays open until the destructor.
-        g_zelSetCallback = nullptr;
         g_zelRunCommand = nullptr;
         g_zelRunCommandInt = nullptr;
         g_zelGetData = nullptr;
-        g_zelArEnable = nullptr;
         ALOGE("%s:[ZEL]zel interface dlsym err:%s\n", "ActivityInterface", LoaderError());
         g_zelBinding = ZelBinding::kSymbolsMissing;
         return;
