@@ -87,6 +87,12 @@ TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
          on(100, 3, 2, kS, {}),  // still routed, nothing to send it with
          on(200, 3, 2, kS, {}),
          off(200, 3, 2, {})});  // another request remains: nothing to re-send it with either
+    // The library's list outlived it, but nothing of the library is called: no state query, no
+    // modem update.
+    iface->getCurrentActivityV1_1([](const auto&) {});
+    EXPECT_EQ(0, iface->enableActivityEventExtend(64, 1, kS, params(2)));
+    EXPECT_TRUE(simulated_zel::calls().empty());
+    EXPECT_EQ(Lines{"enable_activity_event_extend(64,1,1000000000;2)"}, below());
 }
 
 // Without a legacy table every path answers its failure.
