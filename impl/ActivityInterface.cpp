@@ -879,7 +879,7 @@ Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32
         mEventData.push_back(request);
         ++sEventListsGeneration;
     }
-    bool enabled = false;
+    bool enabled;
     if (FindEnableToNativeDataExist(activity, eventType, mEnableToNativeData)) {
         enabled = UpdateEnableNative({pid, activity, eventType, latency, 0});
     } else {
