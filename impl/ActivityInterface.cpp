@@ -1200,9 +1200,7 @@ EnableToNativeData ActivityInterface::FindEnableToNativeData(
     for (const EnableToNativeData& entry : list) {
         if (entry.activity == activity && entry.eventType == eventType) return entry;
     }
-    EnableToNativeData none;
-    memset(&none, 0, sizeof(none));
-    return none;
+    return EnableToNativeData{};  // all zero: pid 0
 }
 
 // Deliberate: -1 for an empty list, but 0 (the first entry) for a pair missing from a non-empty
