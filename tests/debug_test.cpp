@@ -70,6 +70,7 @@ TEST_F(DebugTest, HandlesThatCannotTakeTheReportGetNothing) {
     const int closedFd = dup(file);
     for (int fd : {pipeFds[0], sockets[1], closedFd}) close(fd);  // readers gone, fd closed
     std::vector<native_handle_t*> handles = {nullptr, native_handle_create(0, 1)};
+    handles.back()->data[0] = file;  // an int, not an fd: nothing is written to it
     for (int fd : {-1, pipeFds[1], sockets[0], readOnly, closedFd}) {
         handles.push_back(native_handle_create(1, 0));
         handles.back()->data[0] = fd;
