@@ -81,7 +81,7 @@ TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
     EXPECT_EQ(1, log.count(4, "AR_impl", "Deconstruct ActivityInterface"));
     create(false);
     run({off(200, 1, 1, {}, 1),  // another request remains, the native list is empty
-         off(100, 3, 1, {}),        // the last request, and nothing in the native list to erase
+         off(100, 3, 1, {}),     // the last request, and nothing in the native list to erase
          on(300, 2, 2, kS, {"enable_activity_event(2,2,1000000000)"}),
          off(100, 1, 1, {"disable_activity_event(1,1)"}),  // erases (2,2) instead
          on(400, 2, 2, 5 * kS, {"enable_activity_event(2,2,5000000000)"}),
