@@ -38,14 +38,15 @@ TEST_F(ActivityClientsTest, DuplicatesAtBothVersions) {
     auto other = add(0, 101);
     auto old = add(1, 200);
     reg(1, old);
+    auto bystander = add(1, 300);
     auto replacing = add(1, 200);
-    EXPECT_EQ(
-            (Lines{"6 invalid Callback", "6 invalid Callback", linked(100, 0, 1),
-                   "4 It's already register pid[100] V1_0 callback",
-                   "4 It's already register pid[100] V1_0 callback", linked(101, 0, 2),
-                   linked(200, 1, 1), "4 It's already register pid[200] V1_1 callback",
-                   "4 It's already register pid[200] V1_1 callback, delete...", linked(200, 1, 1)}),
-            lines());
+    EXPECT_EQ((Lines{"6 invalid Callback", "6 invalid Callback", linked(100, 0, 1),
+                     "4 It's already register pid[100] V1_0 callback",
+                     "4 It's already register pid[100] V1_0 callback", linked(101, 0, 2),
+                     linked(200, 1, 1), "4 It's already register pid[200] V1_1 callback",
+                     linked(300, 1, 2), "4 It's already register pid[200] V1_1 callback, delete...",
+                     linked(200, 1, 2)}),
+              lines());
     EXPECT_TRUE(samePid->links.empty());
     EXPECT_EQ(a->links[0].first, other->links[0].first);
     EXPECT_EQ(101u, other->links[0].second);
@@ -56,6 +57,8 @@ TEST_F(ActivityClientsTest, DuplicatesAtBothVersions) {
     EXPECT_EQ(1u, replacing->v11.size());
     old->die();
     EXPECT_EQ((std::vector{replacing->links[0].first, a->links[0].first}), old->unlinked);
+    bystander->die();  // its recipient is still filed
+    EXPECT_EQ((std::vector{bystander->links[0].first, a->links[0].first}), bystander->unlinked);
     EXPECT_EQ(0, disable(200, 1, 1));  // the pid's request is still there
     EXPECT_EQ(3, reached({a, samePid, other, old, replacing}));
 }
