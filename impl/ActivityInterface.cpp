@@ -607,7 +607,7 @@ uint32_t FindOrAddPackageName(IntakeLists& lists, uint64_t pid) {
     auto found = std::find(lists.pids.begin(), lists.pids.end(), pid);
     if (found == lists.pids.end()) found = lists.pids.insert(found, pid);
     const auto position = static_cast<uint32_t>(found - lists.pids.begin());
-    if (lists.eventsByPid.size() < lists.pids.size()) lists.eventsByPid.resize(lists.pids.size());
+    lists.eventsByPid.resize(lists.pids.size());
     lists.Reread();
     return position;
 }
