@@ -938,18 +938,8 @@ void ActivityInterface::HandleFirstReport(uint64_t pid, uint32_t activity, uint3
     size_t zelRecords = 0;
     if (!g_zelEnableData.empty() && g_zelGetData != nullptr) zelRecords = ZelStateRecords().size();
     if (n == 0 && zelRecords == 0) return;
-    std::vector<OxActivityRecognitionExtEvent> states;
-    for (int i = 0; events != nullptr && i < n; ++i) {
-        OxActivityRecognitionExtEvent state;
-        state.activity = events[i].activity;
-        state.eventType = events[i].event_type;
-        state.timestamp = events[i].timestamp;
-        state.params = events[i].params;
-        state.confidence = events[i].confidence;
-        state.firstReportFlag = 1;
-        states.push_back(state);
-    }
-    const int64_t timestamp = states.empty() ? 0 : states.back().timestamp;
+    // The newest state is the module's last record.
+    const int64_t timestamp = events != nullptr && n > 0 ? events[n - 1].timestamp : 0;
     ::android::Mutex::Autolock lock(eventMutex);
     RemoveFirst(pid, activity, eventType);
     firstReport.push_back({pid, activity, eventType, timestamp});

@@ -70,16 +70,6 @@ struct FirstReport {
     int64_t timestamp;
 };
 
-// An event in this program's own order: activity first.
-struct OxActivityRecognitionExtEvent {
-    uint32_t activity;
-    uint32_t eventType;
-    int64_t timestamp;
-    other_params params;
-    int32_t confidence;
-    int32_t firstReportFlag;
-};
-
 // A batch of plain activity events on its way from the intake to the clients, and the intake's
 // lookups over the request lists; both are defined in ActivityInterface.cpp.
 struct ActivityBatch;
