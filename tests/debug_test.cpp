@@ -57,6 +57,9 @@ TEST_F(ActivityTest, OptionsPickSidesOrTheUsage) {
         }
         EXPECT_EQ(expected, shown) << text;
     }
+    // A plain request without other values ends its line there.
+    enable(100, 1, 1);
+    EXPECT_NE(std::string::npos, DumpText(service, {"--activity"}).find("ns plain\n"));
 }
 
 // Each handle gets nothing, and a reader that has gone neither kills the process nor leaves a
