@@ -1521,9 +1521,10 @@ std::string QuotedExtra(const other_params& params) {
     return text + "\"";
 }
 
+// Whether a plain request (first double 0) carries other values.
 bool HasParams(const other_params& params) {
-    return params.params[0] != 0.0 || params.params[1] != 0.0 || params.params[2] != 0.0 ||
-           params.params[3] != 0.0 || params.extra[0] != '\0';
+    return params.params[1] != 0.0 || params.params[2] != 0.0 || params.params[3] != 0.0 ||
+           params.extra[0] != '\0';
 }
 
 void AppendParams(std::string* out, const other_params& params) {
