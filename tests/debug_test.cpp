@@ -78,10 +78,14 @@ TEST_F(DebugTest, HandlesThatCannotTakeTheReportGetNothing) {
         handles.push_back(native_handle_create(1, 0));
         handles.back()->data[0] = fd;
     }
+    const int stdinCopy = dup(STDIN_FILENO);  // "no fd" must not become fd 0
+    dup2(file, STDIN_FILENO);
     for (native_handle_t* handle : handles) {
         returns([&] { EXPECT_TRUE(service->debug(handle, {}).isOk()); });
         if (handle != nullptr) native_handle_delete(handle);
     }
+    dup2(stdinCopy, STDIN_FILENO);
+    close(stdinCopy);
     EXPECT_EQ(0, lseek(file, 0, SEEK_END));
     sigset_t pending, blocked;
     ASSERT_EQ(0, sigpending(&pending) | pthread_sigmask(SIG_BLOCK, nullptr, &blocked));
