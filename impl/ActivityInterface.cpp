@@ -1128,7 +1128,6 @@ int32_t ActivityInterface::ValidActivityEventExtend(uint32_t eventType, int pid,
 // copied out.
 bool ActivityInterface::ValidEventActivity(size_t index, uint32_t activity, uint32_t eventType,
                                            bool& plain, other_params& out) {
-    if (index >= mEventData.size()) return false;
     const EnableRequestData& request = mEventData[index];
     if (request.activity != activity || request.eventType != eventType) return false;
     if (request.params.params[0] == 0.0) {
