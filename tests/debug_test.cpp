@@ -47,7 +47,7 @@ TEST_F(ActivityTest, OptionsPickSidesOrTheUsage) {
             {{"--environment", "--activity"}, "001111"}};
     for (const auto& [options, expected] : cases) {
         std::string text;
-        returns([&] { text = DumpText(service, options); });
+        returns([&, &options = options] { text = DumpText(service, options); });
         std::string shown;
         for (const char* part : parts) {
             size_t count = 0;
