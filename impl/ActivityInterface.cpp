@@ -80,12 +80,13 @@ constexpr size_t kMaxExtraLength = sizeof(other_params::extra);
 // The name this program gives itself in every client-library call.
 constexpr char kZelClient[] = "ar-client";
 
-// The calling process id of this thread's transaction; false, and 0, when the thread has no state
-// (the environment side answers 1 instead).
-bool CallingPidOrZero(int* pid) {
+// The calling process id of this thread's transaction, 0 when the thread has no state (the
+// environment side answers 1 instead); `noState`, when given, is logged in that case.
+int CallingPidOrZero(const char* noState = nullptr) {
     ::android::hardware::IPCThreadState* state = ::android::hardware::IPCThreadState::self();
-    *pid = state != nullptr ? state->getCallingPid() : 0;
-    return state != nullptr;
+    if (state != nullptr) return state->getCallingPid();
+    if (noState != nullptr) ALOGE("%s", noState);
+    return 0;
 }
 
 uint64_t PidKey(int pid) {
@@ -292,9 +293,7 @@ Return<void> ActivityInterface::registerActivityCallback(
             return Void();
         }
     }
-    int callingPid = 0;
-    if (!CallingPidOrZero(&callingPid)) ALOGE("IPCThreadState::self() V1_0 returns nullptr");
-    const uint64_t pid = PidKey(callingPid);
+    const uint64_t pid = PidKey(CallingPidOrZero("IPCThreadState::self() V1_0 returns nullptr"));
 
     ::android::Mutex::Autolock lock(mListMutex);
     for (size_t i = 0; i < mClientVectorV1_0.size(); ++i) {
@@ -330,9 +329,7 @@ Return<void> ActivityInterface::registerActivityCallbackV1_1(
         ALOGE("registerActivityCallbackV1_1 deathRecipient new failed");
         return Void();
     }
-    int callingPid = 0;
-    if (!CallingPidOrZero(&callingPid)) ALOGE("IPCThreadState::self() V1_1 returns nullptr");
-    const uint64_t pid = PidKey(callingPid);
+    const uint64_t pid = PidKey(CallingPidOrZero("IPCThreadState::self() V1_1 returns nullptr"));
 
     ::android::Mutex::Autolock lock(mListMutex);
     for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
@@ -652,8 +649,7 @@ void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
         ALOGE("(%s:%d) Invalid actChangedCb. Count: %d", "ActChangedCb", 413, count);
         return;
     }
-    int pid = 0;
-    CallingPidOrZero(&pid);
+    const int pid = CallingPidOrZero();
     ::android::Mutex::Autolock lock(mListMutex);
     PackageNamePush(events, count, pid, sBatch);
     ActivitiesReport(sBatch);
@@ -685,8 +681,7 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
               i, events[i].event_type, events[i].activity, events[i].timestamp,
               events[i].confidence, status);
     }
-    int pid = 0;
-    CallingPidOrZero(&pid);
+    const int pid = CallingPidOrZero();
     ::android::Mutex::Autolock lock(mListMutex);
     const size_t entries = PackageNamePush(events.data(), readable, pid, sBatch);
     ALOGI("%s: [ZEL]PackageNamePush, events size:%d, eventDataFit size:%ld", "ZelNotify", count,
@@ -864,8 +859,7 @@ Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32
           reportLatencyNs);
     if (!ValidEventType(eventType)) return 1;
     const int64_t latency = RoundNumbers(reportLatencyNs);
-    int callingPid = 0;
-    CallingPidOrZero(&callingPid);
+    const int callingPid = CallingPidOrZero();
     const uint64_t pid = PidKey(callingPid);
     {
         ::android::Mutex::Autolock lock(eventMutex);
@@ -951,8 +945,7 @@ Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, 
                                                              const V1_0::OtherParams& params) {
     ALOGI("enableActivityEventExtend activity[%d], event[%d] report_latency[%ld]ns", activity,
           eventType, reportLatencyNs);
-    int callingPid = 0;
-    CallingPidOrZero(&callingPid);
+    const int callingPid = CallingPidOrZero();
     if (ValidActivityEventExtend(eventType, callingPid, params) != 0) return 1;
     const uint64_t pid = PidKey(callingPid);
     int64_t latency = RoundNumbers(reportLatencyNs);
@@ -1022,8 +1015,7 @@ bool ActivityInterface::UpdateEnableNativeExend(const EnableToNativeData& record
 Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint32_t eventType) {
     ALOGI("disableActivityEvent acivity[%d] event[%d]", activity, eventType);
     if (!ValidEventType(eventType)) return 1;
-    int callingPid = 0;
-    CallingPidOrZero(&callingPid);
+    const int callingPid = CallingPidOrZero();
     const uint64_t pid = PidKey(callingPid);
     {
         ::android::Mutex::Autolock lock(eventMutex);
