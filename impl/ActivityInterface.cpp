@@ -44,7 +44,6 @@
 #include <algorithm>
 #include <new>
 #include <set>
-#include <unordered_map>
 
 #include "StateDump.h"
 
@@ -435,6 +434,8 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
 namespace {
 
 constexpr uint32_t kUnknown = UINT32_MAX;
+// No pid key: keys are 32-bit pids sign-extended to 64 bits.
+constexpr uint64_t kNoPid = static_cast<uint64_t>(INT64_MIN);
 
 uint64_t PairKey(uint32_t activity, uint32_t eventType) {
     return static_cast<uint64_t>(activity) << 32 | eventType;
@@ -451,12 +452,11 @@ struct IndexedRequest {
 // The requests of one pair, positions [begin, end) of IntakeLookups::requests (end 0: a free
 // slot), and the first-report limit last looked up for it, with the intake pid it was for.
 struct PairSlot {
-    uint64_t pair;
-    uint32_t begin;
-    uint32_t end;
-    bool limitKnown;
-    uint64_t limitPid;
-    int64_t limit;
+    uint64_t pair{};
+    uint32_t begin{};
+    uint32_t end{};
+    uint64_t limitPid = kNoPid;
+    int64_t limit{};
 };
 
 }  // namespace
@@ -466,7 +466,6 @@ struct IntakeLookups {
     std::vector<IndexedRequest> requests;  // by pair, then position
     std::vector<PairSlot> slots;           // open addressing over the pairs of `requests`
     size_t mask = 0;
-    std::vector<FirstReport> limits;  // the first firstReport entry of each (pid, pair)
 
     static size_t Hash(uint64_t pair) { return (pair * 0x9e3779b97f4a7c15ULL) >> 32; }
 
@@ -486,55 +485,30 @@ struct IntakeLookups {
         return slot.end != 0 ? &slot : nullptr;
     }
 
-    void Build(const std::vector<EnableRequestData>& eventData,
-               const std::vector<FirstReport>& firstReport,
-               const std::vector<EventResponseData>& lastEvents, const std::vector<uint64_t>& pids);
+    void Build(const std::vector<EnableRequestData>& eventData);
 
-    // The timestamp of the first firstReport entry of (pid, the slot's pair), 0 when none.
-    int64_t Limit(PairSlot& slot, uint64_t pid) {
-        if (!slot.limitKnown || slot.limitPid != pid) {
-            slot.limit = 0;
-            for (const FirstReport& entry : limits) {
-                if (entry.pid == pid && PairKey(entry.activity, entry.eventType) == slot.pair) {
-                    slot.limit = entry.timestamp;
-                    break;
-                }
-            }
-            slot.limitKnown = true;
+    // The timestamp of the first `firstReport` entry of (pid, the slot's pair), 0 when none;
+    // remembered for the pid last asked about, until the next rebuild.
+    static int64_t Limit(PairSlot& slot, uint64_t pid, const std::vector<FirstReport>& firstReport) {
+        if (slot.limitPid != pid) {
+            auto found = std::find_if(firstReport.begin(), firstReport.end(), [&](const auto& entry) {
+                return entry.pid == pid && PairKey(entry.activity, entry.eventType) == slot.pair;
+            });
+            slot.limit = found != firstReport.end() ? found->timestamp : 0;
             slot.limitPid = pid;
         }
         return slot.limit;
     }
 };
 
-// Out of line: it runs only when the lists changed, and would crowd the intake loop.
-__attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
-                                                    const std::vector<FirstReport>& firstReport,
-                                                    const std::vector<EventResponseData>& lastEvents,
-                                                    const std::vector<uint64_t>& pids) {
-    struct PidActivityHash {
-        size_t operator()(const std::pair<uint64_t, uint32_t>& key) const {
-            return std::hash<uint64_t>()(key.first * 0x9e3779b97f4a7c15ULL ^ key.second);
-        }
-    };
-    std::unordered_map<std::pair<uint64_t, uint32_t>, uint32_t, PidActivityHash> lastPositions;
-    for (size_t i = 0; i < lastEvents.size(); ++i) {
-        // The record is packed: its fields are read by value.
-        const uint64_t pid = lastEvents[i].pid;
-        const uint32_t activity = lastEvents[i].activity;
-        lastPositions.emplace(std::make_pair(pid, activity), static_cast<uint32_t>(i));
-    }
-    std::unordered_map<uint64_t, uint32_t> pidPositions;
-    for (size_t i = 0; i < pids.size(); ++i)
-        pidPositions.emplace(pids[i], static_cast<uint32_t>(i));
+// Out of line: it runs only when the lists changed, and would crowd the intake loop. The
+// positions of each request's last event and pid are found at its first match after a rebuild.
+__attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData) {
     requests.clear();
     for (size_t i = 0; i < eventData.size(); ++i) {
         const EnableRequestData& request = eventData[i];
-        auto last = lastPositions.find({request.pid, request.activity});
-        auto pid = pidPositions.find(request.pid);
         requests.push_back({PairKey(request.activity, request.eventType), static_cast<uint32_t>(i),
-                            last == lastPositions.end() ? kUnknown : last->second,
-                            pid == pidPositions.end() ? kUnknown : pid->second});
+                            kUnknown, kUnknown});
     }
     // A pair's requests stay in list order.
     std::stable_sort(requests.begin(), requests.end(),
@@ -549,9 +523,10 @@ __attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequ
         }
         const size_t i = Probe(pair);
         LOG_ALWAYS_FATAL_IF(i == slots.size(), "intake table of %zu slots is full", slots.size());
-        slots[i] = {pair, static_cast<uint32_t>(begin), static_cast<uint32_t>(end), false, 0, 0};
+        slots[i].pair = pair;
+        slots[i].begin = static_cast<uint32_t>(begin);
+        slots[i].end = static_cast<uint32_t>(end);
     }
-    limits = firstReport;
 }
 
 namespace {
@@ -697,36 +672,40 @@ size_t ActivityInterface::PackageNamePush(const activity_event* events, int coun
                                           ActivityBatch& batch) {
     size_t entries = 0;
     for (int i = 0; i < count; ++i) {
-        const activity_event& event = events[i];
-        if (event.event_type == 0) continue;
-        ::android::Mutex::Autolock lock(eventMutex);
-        IntakeLookups& lookups = sIntakeLookups;
-        if (lookups.generation != sEventListsGeneration) {
-            lookups.Build(mEventData, firstReport, mLastActivityEvent, packageNames);
-            lookups.generation = sEventListsGeneration;
-        }
-        PairSlot* slot = lookups.Find(PairKey(event.activity, event.event_type));
-        if (slot == nullptr) continue;
-        // Deliberate: the limit is the one filed under the pid that delivers the batch, not under
-        // the request's pid. Guarded by the test scenario tests/scenarios/activity-enable.scenario.
-        if (event.timestamp < lookups.Limit(*slot, PidKey(pid))) continue;
-        // The request's activity is the event's.
-        V1_1::ActivityEventV1_1 entry;
-        entry.eventType = event.event_type;
-        entry.activity = event.activity;
-        entry.timestamp = event.timestamp;
-        entry.confidence = event.confidence;
-        // Read afresh for each event: a disable may have erased last events meanwhile.
-        IntakeLists lists(mLastActivityEvent, packageNames, batch.eventsByPid);
-        IndexedRequest* const first = lookups.requests.data() + slot->begin;
-        IndexedRequest* const end = lookups.requests.data() + slot->end;
-        const EnableRequestData* const requests = mEventData.data();
-        for (IndexedRequest* indexed = first; indexed != end; ++indexed) {
-            OneDataPush(entry, requests[indexed->request], *indexed, lists);
-        }
-        entries += static_cast<size_t>(end - first);
+        // An event of type 0 is skipped without taking the lock.
+        if (events[i].event_type != 0) entries += MatchEvent(events[i], pid, batch);
     }
     return entries;
+}
+
+// One event of PackageNamePush, matched under eventMutex; returns the number of entries filed.
+size_t ActivityInterface::MatchEvent(const activity_event& event, int pid, ActivityBatch& batch) {
+    ::android::Mutex::Autolock lock(eventMutex);
+    IntakeLookups& lookups = sIntakeLookups;
+    if (lookups.generation != sEventListsGeneration) {
+        lookups.Build(mEventData);
+        lookups.generation = sEventListsGeneration;
+    }
+    PairSlot* slot = lookups.Find(PairKey(event.activity, event.event_type));
+    if (slot == nullptr) return 0;
+    // Deliberate: the limit is the one filed under the pid that delivers the batch, not under the
+    // request's pid. Guarded by the test scenario tests/scenarios/activity-enable.scenario.
+    if (event.timestamp < IntakeLookups::Limit(*slot, PidKey(pid), firstReport)) return 0;
+    // The request's activity is the event's.
+    V1_1::ActivityEventV1_1 entry;
+    entry.eventType = event.event_type;
+    entry.activity = event.activity;
+    entry.timestamp = event.timestamp;
+    entry.confidence = event.confidence;
+    // Read afresh for each event: a disable may have erased last events meanwhile.
+    IntakeLists lists(mLastActivityEvent, packageNames, batch.eventsByPid);
+    IndexedRequest* const first = lookups.requests.data() + slot->begin;
+    IndexedRequest* const end = lookups.requests.data() + slot->end;
+    const EnableRequestData* const requests = mEventData.data();
+    for (IndexedRequest* indexed = first; indexed != end; ++indexed) {
+        OneDataPush(entry, requests[indexed->request], *indexed, lists);
+    }
+    return static_cast<size_t>(end - first);
 }
 
 // Delivers `batch`. For each pid that was ever sent an event: its 1.1 clients get its events of the
