@@ -42,6 +42,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <limits>
 #include <new>
 #include <set>
 
@@ -138,6 +139,16 @@ template <typename Callback>
 bool IsSameRemote(const sp<Callback>& callback, const wp<IBase>& who) {
     if (callback == nullptr) return who.unsafe_get() == nullptr;
     return who.unsafe_get() != nullptr && callback->getWeakRefs() == who.get_refs();
+}
+
+// The position of the client map entry for `who`, -1 when there is none (a map holds an object
+// once).
+template <typename Callback>
+ssize_t IndexOfRemote(const KeyedVector<sp<Callback>, uint64_t>& clients, const wp<IBase>& who) {
+    for (size_t i = 0; i < clients.size(); ++i) {
+        if (IsSameRemote(clients.keyAt(i), who)) return static_cast<ssize_t>(i);
+    }
+    return -1;
 }
 
 }  // namespace
@@ -394,9 +405,9 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
     }
 
     ::android::Mutex::Autolock lock(mListMutex);
-    for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
-        if (!IsSameRemote(mClientVectorV1_1.keyAt(i), who)) continue;
-        const uint64_t pid = mClientVectorV1_1.valueAt(i);
+    const ssize_t v1_1 = IndexOfRemote(mClientVectorV1_1, who);
+    if (v1_1 >= 0) {
+        const uint64_t pid = mClientVectorV1_1.valueAt(v1_1);
         {
             ::android::Mutex::Autolock events(eventMutex);
             for (auto it = mEventData.begin(); it != mEventData.end();) {
@@ -404,21 +415,18 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
             }
             ++sEventListsGeneration;
         }
-        mClientVectorV1_1.removeItemsAt(i);
+        mClientVectorV1_1.removeItemsAt(v1_1);
         ALOGI("######V1_1 Match, remainder cb[%d]!!!######",
               static_cast<int>(mClientVectorV1_1.size()));
-        break;
     }
-    bool matched = false;
-    for (size_t i = 0; i < mClientVectorV1_0.size(); ++i) {
-        if (!IsSameRemote(mClientVectorV1_0.keyAt(i), who)) continue;
-        mClientVectorV1_0.removeItemsAt(i);
+    const ssize_t v1_0 = IndexOfRemote(mClientVectorV1_0, who);
+    if (v1_0 >= 0) {
+        mClientVectorV1_0.removeItemsAt(v1_0);
         ALOGI("######V1_0 Match, remainder cb[%d]!!!######",
               static_cast<int>(mClientVectorV1_0.size()));
-        matched = true;
-        break;
+    } else {
+        ALOGI("finish");
     }
-    if (!matched) ALOGI("finish");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -437,8 +445,10 @@ constexpr uint32_t kUnknown = UINT32_MAX;
 // No pid key: keys are 32-bit pids sign-extended to 64 bits.
 constexpr uint64_t kNoPid = static_cast<uint64_t>(INT64_MIN);
 
+// The event type in the high half, the activity in the low half: the key is its own hash, the
+// activities spreading the pairs over the table.
 uint64_t PairKey(uint32_t activity, uint32_t eventType) {
-    return static_cast<uint64_t>(activity) << 32 | eventType;
+    return static_cast<uint64_t>(eventType) << std::numeric_limits<uint32_t>::digits | activity;
 }
 
 // A request of mEventData, filed under its pair.
@@ -467,12 +477,10 @@ struct IntakeLookups {
     std::vector<PairSlot> slots;           // open addressing over the pairs of `requests`
     size_t mask = 0;
 
-    static size_t Hash(uint64_t pair) { return (pair * 0x9e3779b97f4a7c15ULL) >> 32; }
-
     // The position of the pair's slot, else of the first free one on its probe sequence; the
     // table's size when neither is found once round the table.
     size_t Probe(uint64_t pair) const {
-        size_t i = Hash(pair) & mask;
+        size_t i = pair & mask;
         for (size_t left = slots.size(); left != 0; --left, i = (i + 1) & mask) {
             if (slots[i].end == 0 || slots[i].pair == pair) return i;
         }
@@ -599,6 +607,15 @@ inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableReques
     if (indexed.pidPosition == kUnknown)
         indexed.pidPosition = FindOrAddPackageName(lists, request.pid);
     lists.buffers[indexed.pidPosition].push_back(event);
+}
+
+// The 1.0 form of a delivered event.
+V1_0::ActivityEvent ShortForm(const V1_1::ActivityEventV1_1& event) {
+    V1_0::ActivityEvent out;
+    out.eventType = event.eventType;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    return out;
 }
 
 }  // namespace
@@ -747,14 +764,8 @@ void ActivityInterface::ActivitiesReport(ActivityBatch& batch) {
         // The 1.0 list is only built when there is a 1.0 client to hand it to.
         std::vector<V1_0::ActivityEvent> eventsV1_0;
         if (!mClientVectorV1_0.isEmpty()) {
-            eventsV1_0.reserve(eventsV1_1.size());
-            for (const V1_1::ActivityEventV1_1& event : eventsV1_1) {
-                V1_0::ActivityEvent shortForm;
-                shortForm.eventType = event.eventType;
-                shortForm.activity = event.activity;
-                shortForm.timestamp = event.timestamp;
-                eventsV1_0.push_back(shortForm);
-            }
+            eventsV1_0.resize(eventsV1_1.size());
+            std::transform(eventsV1_1.begin(), eventsV1_1.end(), eventsV1_0.begin(), ShortForm);
         }
         eventsV1_1.clear();
         ActChangedCbV1_0(eventsV1_0);
@@ -1073,14 +1084,13 @@ int64_t ActivityInterface::RoundNumbers(int64_t reportLatencyNs) {
     return static_cast<int64_t>(latency);
 }
 
+// The smallest latency of the pair's requests. Every caller has just filed or found one.
 int64_t ActivityInterface::MinReportLatencyNsFunc(uint32_t activity, uint32_t eventType,
                                                   const std::vector<EnableRequestData>& requests) {
-    bool found = false;
-    int64_t smallest = 0;  // when the pair has no request
+    int64_t smallest = std::numeric_limits<int64_t>::max();
     for (const EnableRequestData& request : requests) {
-        if (request.activity != activity || request.eventType != eventType) continue;
-        smallest = found ? std::min(smallest, request.reportLatencyNs) : request.reportLatencyNs;
-        found = true;
+        if (request.activity == activity && request.eventType == eventType)
+            smallest = std::min(smallest, request.reportLatencyNs);
     }
     return smallest;
 }
@@ -1366,18 +1376,16 @@ std::vector<ar_context_event> ActivityInterface::CurrentStates(const char* calle
 
 Return<void> ActivityInterface::getCurrentActivity(getCurrentActivity_cb _hidl_cb) {
     const std::vector<ar_context_event> states = CurrentStates("getCurrentActivity", false);
-    std::vector<V1_0::ActivityEventExtend> answer;
-    answer.reserve(states.size());
-    for (const ar_context_event& state : states) answer.push_back(convertACEToAEEV1_0(state));
+    std::vector<V1_0::ActivityEventExtend> answer(states.size());
+    std::transform(states.begin(), states.end(), answer.begin(), convertACEToAEEV1_0);
     _hidl_cb(answer);
     return Void();
 }
 
 Return<void> ActivityInterface::getCurrentActivityV1_1(getCurrentActivityV1_1_cb _hidl_cb) {
     const std::vector<ar_context_event> states = CurrentStates("getCurrentActivityV1_1", true);
-    std::vector<V1_1::ActivityEventExtendV1_1> answer;
-    answer.reserve(states.size());
-    for (const ar_context_event& state : states) answer.push_back(convertACEToAEEV1_1(state));
+    std::vector<V1_1::ActivityEventExtendV1_1> answer(states.size());
+    std::transform(states.begin(), states.end(), answer.begin(), convertACEToAEEV1_1);
     _hidl_cb(answer);
     return Void();
 }
