@@ -42,9 +42,9 @@
 #include <string.h>
 
 #include <algorithm>
+#include <limits>
 #include <new>
 #include <set>
-#include <unordered_map>
 
 #include "StateDump.h"
 
@@ -80,12 +80,13 @@ constexpr size_t kMaxExtraLength = sizeof(other_params::extra);
 // The name this program gives itself in every client-library call.
 constexpr char kZelClient[] = "ar-client";
 
-// The calling process id of this thread's transaction; false, and 0, when the thread has no state
-// (the environment side answers 1 instead).
-bool CallingPidOrZero(int* pid) {
+// The calling process id of this thread's transaction, 0 when the thread has no state (the
+// environment side answers 1 instead); `noState`, when given, is logged in that case.
+int CallingPidOrZero(const char* noState = nullptr) {
     ::android::hardware::IPCThreadState* state = ::android::hardware::IPCThreadState::self();
-    *pid = state != nullptr ? state->getCallingPid() : 0;
-    return state != nullptr;
+    if (state != nullptr) return state->getCallingPid();
+    if (noState != nullptr) ALOGE("%s", noState);
+    return 0;
 }
 
 uint64_t PidKey(int pid) {
@@ -138,6 +139,16 @@ template <typename Callback>
 bool IsSameRemote(const sp<Callback>& callback, const wp<IBase>& who) {
     if (callback == nullptr) return who.unsafe_get() == nullptr;
     return who.unsafe_get() != nullptr && callback->getWeakRefs() == who.get_refs();
+}
+
+// The position of the client map entry for `who`, -1 when there is none (a map holds an object
+// once).
+template <typename Callback>
+ssize_t IndexOfRemote(const KeyedVector<sp<Callback>, uint64_t>& clients, const wp<IBase>& who) {
+    for (size_t i = 0; i < clients.size(); ++i) {
+        if (IsSameRemote(clients.keyAt(i), who)) return static_cast<ssize_t>(i);
+    }
+    return -1;
 }
 
 }  // namespace
@@ -292,9 +303,7 @@ Return<void> ActivityInterface::registerActivityCallback(
             return Void();
         }
     }
-    int callingPid = 0;
-    if (!CallingPidOrZero(&callingPid)) ALOGE("IPCThreadState::self() V1_0 returns nullptr");
-    const uint64_t pid = PidKey(callingPid);
+    const uint64_t pid = PidKey(CallingPidOrZero("IPCThreadState::self() V1_0 returns nullptr"));
 
     ::android::Mutex::Autolock lock(mListMutex);
     for (size_t i = 0; i < mClientVectorV1_0.size(); ++i) {
@@ -330,9 +339,7 @@ Return<void> ActivityInterface::registerActivityCallbackV1_1(
         ALOGE("registerActivityCallbackV1_1 deathRecipient new failed");
         return Void();
     }
-    int callingPid = 0;
-    if (!CallingPidOrZero(&callingPid)) ALOGE("IPCThreadState::self() V1_1 returns nullptr");
-    const uint64_t pid = PidKey(callingPid);
+    const uint64_t pid = PidKey(CallingPidOrZero("IPCThreadState::self() V1_1 returns nullptr"));
 
     ::android::Mutex::Autolock lock(mListMutex);
     for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
@@ -398,9 +405,9 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
     }
 
     ::android::Mutex::Autolock lock(mListMutex);
-    for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
-        if (!IsSameRemote(mClientVectorV1_1.keyAt(i), who)) continue;
-        const uint64_t pid = mClientVectorV1_1.valueAt(i);
+    const ssize_t v1_1 = IndexOfRemote(mClientVectorV1_1, who);
+    if (v1_1 >= 0) {
+        const uint64_t pid = mClientVectorV1_1.valueAt(v1_1);
         {
             ::android::Mutex::Autolock events(eventMutex);
             for (auto it = mEventData.begin(); it != mEventData.end();) {
@@ -408,21 +415,18 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
             }
             ++sEventListsGeneration;
         }
-        mClientVectorV1_1.removeItemsAt(i);
+        mClientVectorV1_1.removeItemsAt(v1_1);
         ALOGI("######V1_1 Match, remainder cb[%d]!!!######",
               static_cast<int>(mClientVectorV1_1.size()));
-        break;
     }
-    bool matched = false;
-    for (size_t i = 0; i < mClientVectorV1_0.size(); ++i) {
-        if (!IsSameRemote(mClientVectorV1_0.keyAt(i), who)) continue;
-        mClientVectorV1_0.removeItemsAt(i);
+    const ssize_t v1_0 = IndexOfRemote(mClientVectorV1_0, who);
+    if (v1_0 >= 0) {
+        mClientVectorV1_0.removeItemsAt(v1_0);
         ALOGI("######V1_0 Match, remainder cb[%d]!!!######",
               static_cast<int>(mClientVectorV1_0.size()));
-        matched = true;
-        break;
+    } else {
+        ALOGI("finish");
     }
-    if (!matched) ALOGI("finish");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -438,9 +442,13 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
 namespace {
 
 constexpr uint32_t kUnknown = UINT32_MAX;
+// No pid key: keys are 32-bit pids sign-extended to 64 bits.
+constexpr uint64_t kNoPid = static_cast<uint64_t>(INT64_MIN);
 
+// The event type in the high half, the activity in the low half: the key is its own hash, the
+// activities spreading the pairs over the table.
 uint64_t PairKey(uint32_t activity, uint32_t eventType) {
-    return static_cast<uint64_t>(activity) << 32 | eventType;
+    return static_cast<uint64_t>(eventType) << std::numeric_limits<uint32_t>::digits | activity;
 }
 
 // A request of mEventData, filed under its pair.
@@ -454,12 +462,11 @@ struct IndexedRequest {
 // The requests of one pair, positions [begin, end) of IntakeLookups::requests (end 0: a free
 // slot), and the first-report limit last looked up for it, with the intake pid it was for.
 struct PairSlot {
-    uint64_t pair;
-    uint32_t begin;
-    uint32_t end;
-    bool limitKnown;
-    uint64_t limitPid;
-    int64_t limit;
+    uint64_t pair{};
+    uint32_t begin{};
+    uint32_t end{};
+    uint64_t limitPid = kNoPid;
+    int64_t limit{};
 };
 
 }  // namespace
@@ -469,14 +476,11 @@ struct IntakeLookups {
     std::vector<IndexedRequest> requests;  // by pair, then position
     std::vector<PairSlot> slots;           // open addressing over the pairs of `requests`
     size_t mask = 0;
-    std::vector<FirstReport> limits;  // the first firstReport entry of each (pid, pair)
-
-    static size_t Hash(uint64_t pair) { return (pair * 0x9e3779b97f4a7c15ULL) >> 32; }
 
     // The position of the pair's slot, else of the first free one on its probe sequence; the
     // table's size when neither is found once round the table.
     size_t Probe(uint64_t pair) const {
-        size_t i = Hash(pair) & mask;
+        size_t i = pair & mask;
         for (size_t left = slots.size(); left != 0; --left, i = (i + 1) & mask) {
             if (slots[i].end == 0 || slots[i].pair == pair) return i;
         }
@@ -489,55 +493,30 @@ struct IntakeLookups {
         return slot.end != 0 ? &slot : nullptr;
     }
 
-    void Build(const std::vector<EnableRequestData>& eventData,
-               const std::vector<FirstReport>& firstReport,
-               const std::vector<EventResponseData>& lastEvents, const std::vector<uint64_t>& pids);
+    void Build(const std::vector<EnableRequestData>& eventData);
 
-    // The timestamp of the first firstReport entry of (pid, the slot's pair), 0 when none.
-    int64_t Limit(PairSlot& slot, uint64_t pid) {
-        if (!slot.limitKnown || slot.limitPid != pid) {
-            slot.limit = 0;
-            for (const FirstReport& entry : limits) {
-                if (entry.pid == pid && PairKey(entry.activity, entry.eventType) == slot.pair) {
-                    slot.limit = entry.timestamp;
-                    break;
-                }
-            }
-            slot.limitKnown = true;
+    // The timestamp of the first `firstReport` entry of (pid, the slot's pair), 0 when none;
+    // remembered for the pid last asked about, until the next rebuild.
+    static int64_t Limit(PairSlot& slot, uint64_t pid, const std::vector<FirstReport>& firstReport) {
+        if (slot.limitPid != pid) {
+            auto found = std::find_if(firstReport.begin(), firstReport.end(), [&](const auto& entry) {
+                return entry.pid == pid && PairKey(entry.activity, entry.eventType) == slot.pair;
+            });
+            slot.limit = found != firstReport.end() ? found->timestamp : 0;
             slot.limitPid = pid;
         }
         return slot.limit;
     }
 };
 
-// Out of line: it runs only when the lists changed, and would crowd the intake loop.
-__attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData,
-                                                    const std::vector<FirstReport>& firstReport,
-                                                    const std::vector<EventResponseData>& lastEvents,
-                                                    const std::vector<uint64_t>& pids) {
-    struct PidActivityHash {
-        size_t operator()(const std::pair<uint64_t, uint32_t>& key) const {
-            return std::hash<uint64_t>()(key.first * 0x9e3779b97f4a7c15ULL ^ key.second);
-        }
-    };
-    std::unordered_map<std::pair<uint64_t, uint32_t>, uint32_t, PidActivityHash> lastPositions;
-    for (size_t i = 0; i < lastEvents.size(); ++i) {
-        // The record is packed: its fields are read by value.
-        const uint64_t pid = lastEvents[i].pid;
-        const uint32_t activity = lastEvents[i].activity;
-        lastPositions.emplace(std::make_pair(pid, activity), static_cast<uint32_t>(i));
-    }
-    std::unordered_map<uint64_t, uint32_t> pidPositions;
-    for (size_t i = 0; i < pids.size(); ++i)
-        pidPositions.emplace(pids[i], static_cast<uint32_t>(i));
+// Out of line: it runs only when the lists changed, and would crowd the intake loop. The
+// positions of each request's last event and pid are found at its first match after a rebuild.
+__attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequestData>& eventData) {
     requests.clear();
     for (size_t i = 0; i < eventData.size(); ++i) {
         const EnableRequestData& request = eventData[i];
-        auto last = lastPositions.find({request.pid, request.activity});
-        auto pid = pidPositions.find(request.pid);
         requests.push_back({PairKey(request.activity, request.eventType), static_cast<uint32_t>(i),
-                            last == lastPositions.end() ? kUnknown : last->second,
-                            pid == pidPositions.end() ? kUnknown : pid->second});
+                            kUnknown, kUnknown});
     }
     // A pair's requests stay in list order.
     std::stable_sort(requests.begin(), requests.end(),
@@ -552,9 +531,10 @@ __attribute__((noinline)) void IntakeLookups::Build(const std::vector<EnableRequ
         }
         const size_t i = Probe(pair);
         LOG_ALWAYS_FATAL_IF(i == slots.size(), "intake table of %zu slots is full", slots.size());
-        slots[i] = {pair, static_cast<uint32_t>(begin), static_cast<uint32_t>(end), false, 0, 0};
+        slots[i].pair = pair;
+        slots[i].begin = static_cast<uint32_t>(begin);
+        slots[i].end = static_cast<uint32_t>(end);
     }
-    limits = firstReport;
 }
 
 namespace {
@@ -629,6 +609,15 @@ inline void OneDataPush(const V1_1::ActivityEventV1_1& event, const EnableReques
     lists.buffers[indexed.pidPosition].push_back(event);
 }
 
+// The 1.0 form of a delivered event.
+V1_0::ActivityEvent ShortForm(const V1_1::ActivityEventV1_1& event) {
+    V1_0::ActivityEvent out;
+    out.eventType = event.eventType;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    return out;
+}
+
 }  // namespace
 
 // A batch of plain events on its way to the clients. Kept between batches (sBatch) with the
@@ -652,8 +641,7 @@ void ActivityInterface::ActChangedCb(const activity_event* events, int count) {
         ALOGE("(%s:%d) Invalid actChangedCb. Count: %d", "ActChangedCb", 413, count);
         return;
     }
-    int pid = 0;
-    CallingPidOrZero(&pid);
+    const int pid = CallingPidOrZero();
     ::android::Mutex::Autolock lock(mListMutex);
     PackageNamePush(events, count, pid, sBatch);
     ActivitiesReport(sBatch);
@@ -685,8 +673,7 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
               i, events[i].event_type, events[i].activity, events[i].timestamp,
               events[i].confidence, status);
     }
-    int pid = 0;
-    CallingPidOrZero(&pid);
+    const int pid = CallingPidOrZero();
     ::android::Mutex::Autolock lock(mListMutex);
     const size_t entries = PackageNamePush(events.data(), readable, pid, sBatch);
     ALOGI("%s: [ZEL]PackageNamePush, events size:%d, eventDataFit size:%ld", "ZelNotify", count,
@@ -702,36 +689,40 @@ size_t ActivityInterface::PackageNamePush(const activity_event* events, int coun
                                           ActivityBatch& batch) {
     size_t entries = 0;
     for (int i = 0; i < count; ++i) {
-        const activity_event& event = events[i];
-        if (event.event_type == 0) continue;
-        ::android::Mutex::Autolock lock(eventMutex);
-        IntakeLookups& lookups = sIntakeLookups;
-        if (lookups.generation != sEventListsGeneration) {
-            lookups.Build(mEventData, firstReport, mLastActivityEvent, packageNames);
-            lookups.generation = sEventListsGeneration;
-        }
-        PairSlot* slot = lookups.Find(PairKey(event.activity, event.event_type));
-        if (slot == nullptr) continue;
-        // Deliberate: the limit is the one filed under the pid that delivers the batch, not under
-        // the request's pid. Guarded by the test scenario tests/scenarios/activity-enable.scenario.
-        if (event.timestamp < lookups.Limit(*slot, PidKey(pid))) continue;
-        // The request's activity is the event's.
-        V1_1::ActivityEventV1_1 entry;
-        entry.eventType = event.event_type;
-        entry.activity = event.activity;
-        entry.timestamp = event.timestamp;
-        entry.confidence = event.confidence;
-        // Read afresh for each event: a disable may have erased last events meanwhile.
-        IntakeLists lists(mLastActivityEvent, packageNames, batch.eventsByPid);
-        IndexedRequest* const first = lookups.requests.data() + slot->begin;
-        IndexedRequest* const end = lookups.requests.data() + slot->end;
-        const EnableRequestData* const requests = mEventData.data();
-        for (IndexedRequest* indexed = first; indexed != end; ++indexed) {
-            OneDataPush(entry, requests[indexed->request], *indexed, lists);
-        }
-        entries += static_cast<size_t>(end - first);
+        // An event of type 0 is skipped without taking the lock.
+        if (events[i].event_type != 0) entries += MatchEvent(events[i], pid, batch);
     }
     return entries;
+}
+
+// One event of PackageNamePush, matched under eventMutex; returns the number of entries filed.
+size_t ActivityInterface::MatchEvent(const activity_event& event, int pid, ActivityBatch& batch) {
+    ::android::Mutex::Autolock lock(eventMutex);
+    IntakeLookups& lookups = sIntakeLookups;
+    if (lookups.generation != sEventListsGeneration) {
+        lookups.Build(mEventData);
+        lookups.generation = sEventListsGeneration;
+    }
+    PairSlot* slot = lookups.Find(PairKey(event.activity, event.event_type));
+    if (slot == nullptr) return 0;
+    // Deliberate: the limit is the one filed under the pid that delivers the batch, not under the
+    // request's pid. Guarded by the test scenario tests/scenarios/activity-enable.scenario.
+    if (event.timestamp < IntakeLookups::Limit(*slot, PidKey(pid), firstReport)) return 0;
+    // The request's activity is the event's.
+    V1_1::ActivityEventV1_1 entry;
+    entry.eventType = event.event_type;
+    entry.activity = event.activity;
+    entry.timestamp = event.timestamp;
+    entry.confidence = event.confidence;
+    // Read afresh for each event: a disable may have erased last events meanwhile.
+    IntakeLists lists(mLastActivityEvent, packageNames, batch.eventsByPid);
+    IndexedRequest* const first = lookups.requests.data() + slot->begin;
+    IndexedRequest* const end = lookups.requests.data() + slot->end;
+    const EnableRequestData* const requests = mEventData.data();
+    for (IndexedRequest* indexed = first; indexed != end; ++indexed) {
+        OneDataPush(entry, requests[indexed->request], *indexed, lists);
+    }
+    return static_cast<size_t>(end - first);
 }
 
 // Delivers `batch`. For each pid that was ever sent an event: its 1.1 clients get its events of the
@@ -773,14 +764,8 @@ void ActivityInterface::ActivitiesReport(ActivityBatch& batch) {
         // The 1.0 list is only built when there is a 1.0 client to hand it to.
         std::vector<V1_0::ActivityEvent> eventsV1_0;
         if (!mClientVectorV1_0.isEmpty()) {
-            eventsV1_0.reserve(eventsV1_1.size());
-            for (const V1_1::ActivityEventV1_1& event : eventsV1_1) {
-                V1_0::ActivityEvent shortForm;
-                shortForm.eventType = event.eventType;
-                shortForm.activity = event.activity;
-                shortForm.timestamp = event.timestamp;
-                eventsV1_0.push_back(shortForm);
-            }
+            eventsV1_0.resize(eventsV1_1.size());
+            std::transform(eventsV1_1.begin(), eventsV1_1.end(), eventsV1_0.begin(), ShortForm);
         }
         eventsV1_1.clear();
         ActChangedCbV1_0(eventsV1_0);
@@ -864,8 +849,7 @@ Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32
           reportLatencyNs);
     if (!ValidEventType(eventType)) return 1;
     const int64_t latency = RoundNumbers(reportLatencyNs);
-    int callingPid = 0;
-    CallingPidOrZero(&callingPid);
+    const int callingPid = CallingPidOrZero();
     const uint64_t pid = PidKey(callingPid);
     {
         ::android::Mutex::Autolock lock(eventMutex);
@@ -951,8 +935,7 @@ Return<int32_t> ActivityInterface::enableActivityEventExtend(uint32_t activity, 
                                                              const V1_0::OtherParams& params) {
     ALOGI("enableActivityEventExtend activity[%d], event[%d] report_latency[%ld]ns", activity,
           eventType, reportLatencyNs);
-    int callingPid = 0;
-    CallingPidOrZero(&callingPid);
+    const int callingPid = CallingPidOrZero();
     if (ValidActivityEventExtend(eventType, callingPid, params) != 0) return 1;
     const uint64_t pid = PidKey(callingPid);
     int64_t latency = RoundNumbers(reportLatencyNs);
@@ -1022,8 +1005,7 @@ bool ActivityInterface::UpdateEnableNativeExend(const EnableToNativeData& record
 Return<int32_t> ActivityInterface::disableActivityEvent(uint32_t activity, uint32_t eventType) {
     ALOGI("disableActivityEvent acivity[%d] event[%d]", activity, eventType);
     if (!ValidEventType(eventType)) return 1;
-    int callingPid = 0;
-    CallingPidOrZero(&callingPid);
+    const int callingPid = CallingPidOrZero();
     const uint64_t pid = PidKey(callingPid);
     {
         ::android::Mutex::Autolock lock(eventMutex);
@@ -1102,14 +1084,13 @@ int64_t ActivityInterface::RoundNumbers(int64_t reportLatencyNs) {
     return static_cast<int64_t>(latency);
 }
 
+// The smallest latency of the pair's requests. Every caller has just filed or found one.
 int64_t ActivityInterface::MinReportLatencyNsFunc(uint32_t activity, uint32_t eventType,
                                                   const std::vector<EnableRequestData>& requests) {
-    bool found = false;
-    int64_t smallest = 0;  // when the pair has no request
+    int64_t smallest = std::numeric_limits<int64_t>::max();
     for (const EnableRequestData& request : requests) {
-        if (request.activity != activity || request.eventType != eventType) continue;
-        smallest = found ? std::min(smallest, request.reportLatencyNs) : request.reportLatencyNs;
-        found = true;
+        if (request.activity == activity && request.eventType == eventType)
+            smallest = std::min(smallest, request.reportLatencyNs);
     }
     return smallest;
 }
@@ -1395,18 +1376,16 @@ std::vector<ar_context_event> ActivityInterface::CurrentStates(const char* calle
 
 Return<void> ActivityInterface::getCurrentActivity(getCurrentActivity_cb _hidl_cb) {
     const std::vector<ar_context_event> states = CurrentStates("getCurrentActivity", false);
-    std::vector<V1_0::ActivityEventExtend> answer;
-    answer.reserve(states.size());
-    for (const ar_context_event& state : states) answer.push_back(convertACEToAEEV1_0(state));
+    std::vector<V1_0::ActivityEventExtend> answer(states.size());
+    std::transform(states.begin(), states.end(), answer.begin(), convertACEToAEEV1_0);
     _hidl_cb(answer);
     return Void();
 }
 
 Return<void> ActivityInterface::getCurrentActivityV1_1(getCurrentActivityV1_1_cb _hidl_cb) {
     const std::vector<ar_context_event> states = CurrentStates("getCurrentActivityV1_1", true);
-    std::vector<V1_1::ActivityEventExtendV1_1> answer;
-    answer.reserve(states.size());
-    for (const ar_context_event& state : states) answer.push_back(convertACEToAEEV1_1(state));
+    std::vector<V1_1::ActivityEventExtendV1_1> answer(states.size());
+    std::transform(states.begin(), states.end(), answer.begin(), convertACEToAEEV1_1);
     _hidl_cb(answer);
     return Void();
 }

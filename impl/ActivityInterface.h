@@ -141,6 +141,8 @@ struct ActivityInterface : public V1_1::IActivityInterface {
     static void ActExtendChangedCb(const ar_context_event* events, int count);
     static size_t PackageNamePush(const activity_event* events, int count, int pid,
                                   ActivityBatch& batch) REQUIRES(mListMutex);
+    static size_t MatchEvent(const activity_event& event, int pid, ActivityBatch& batch)
+            REQUIRES(mListMutex);
     static void ActivitiesReport(ActivityBatch& batch) REQUIRES(mListMutex);
     static void ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>& events)
             REQUIRES(mListMutex);

@@ -86,6 +86,16 @@ INSTANTIATE_TEST_SUITE_P(Versions, ActivityLinkFailureTest,
                                             ::testing::Values(Link::kRefused,
                                                               Link::kTransportError)));
 
+// A recipient kept from a refused link shares its pid with the next registration's: the death
+// unlinks the first of the two in the recipient map, which orders them by address.
+TEST_F(ActivityClientsTest, DeathUnlinksThePidsFirstRecipient) {
+    auto refused = add(1, 100, Link::kRefused);
+    auto linked = add(1, 100);
+    linked->die();
+    ASSERT_FALSE(linked->unlinked.empty());
+    EXPECT_EQ(std::min(refused->links[0].first, linked->links[0].first), linked->unlinked[0]);
+}
+
 TEST_F(ActivityClientsTest, RecipientAllocationFailureRegistersNothing) {
     SKIP_WITHOUT_FAILING_NEW();
     sp<Client> client = new Client(100);
