@@ -1084,15 +1084,18 @@ int64_t ActivityInterface::RoundNumbers(int64_t reportLatencyNs) {
     return static_cast<int64_t>(latency);
 }
 
-// The smallest latency of the pair's requests. Every caller has just filed or found one.
+// The smallest latency of the pair's requests; 0 when it has none, which happens only when a
+// client's death erases the request between its filing and this look-up. Filed latencies are
+// whole seconds, so none equals the starting value.
 int64_t ActivityInterface::MinReportLatencyNsFunc(uint32_t activity, uint32_t eventType,
                                                   const std::vector<EnableRequestData>& requests) {
-    int64_t smallest = std::numeric_limits<int64_t>::max();
+    constexpr int64_t kNoRequest = std::numeric_limits<int64_t>::max();
+    int64_t smallest = kNoRequest;
     for (const EnableRequestData& request : requests) {
         if (request.activity == activity && request.eventType == eventType)
             smallest = std::min(smallest, request.reportLatencyNs);
     }
-    return smallest;
+    return smallest == kNoRequest ? int64_t{} : smallest;
 }
 
 bool ActivityInterface::ValidEventType(uint32_t eventType) {
