@@ -1394,25 +1394,8 @@ Return<void> ActivityInterface::getCurrentActivityV1_1(getCurrentActivityV1_1_cb
 }
 
 // ---------------------------------------------------------------------------------------------
-// 9. Conversions of legacy records to HIDL records, used by the environment side too. The two
-// plain ones are not called by the intake, which builds its records in place.
-
-V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
-    V1_0::ActivityEvent out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    return out;
-}
-
-V1_1::ActivityEventV1_1 ActivityInterface::convertAEToAEV1_1(activity_event event) {
-    V1_1::ActivityEventV1_1 out;
-    out.eventType = event.event_type;
-    out.activity = event.activity;
-    out.timestamp = event.timestamp;
-    out.confidence = event.confidence;
-    return out;
-}
+// 9. Conversions of legacy records to HIDL records, used by the environment side too (the plain
+// ones are in section 10: the intake builds its records in place).
 
 V1_0::ActivityEventExtend ActivityInterface::convertACEToAEEV1_0(ar_context_event event) {
     V1_0::ActivityEventExtend out;
@@ -1437,8 +1420,26 @@ V1_1::ActivityEventExtendV1_1 ActivityInterface::convertACEToAEEV1_1(ar_context_
 
 // ---------------------------------------------------------------------------------------------
 // 10. Kept but never called. The system must have these, and nothing reaches them: the intake
-// does their work with its index (GetLastTime, CheckRepeatedEvent), and enable and disable find
-// requests by position (FindEnableRequestData). A change here changes no behaviour.
+// does their work with its index (GetLastTime, CheckRepeatedEvent) and builds its records in place
+// (convertAEToAEV1_0, convertAEToAEV1_1; the benchmark's floor uses the 1.1 one), and enable and
+// disable find requests by position (FindEnableRequestData). A change here changes no behaviour.
+
+V1_0::ActivityEvent ActivityInterface::convertAEToAEV1_0(activity_event event) {
+    V1_0::ActivityEvent out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    return out;
+}
+
+V1_1::ActivityEventV1_1 ActivityInterface::convertAEToAEV1_1(activity_event event) {
+    V1_1::ActivityEventV1_1 out;
+    out.eventType = event.event_type;
+    out.activity = event.activity;
+    out.timestamp = event.timestamp;
+    out.confidence = event.confidence;
+    return out;
+}
 
 int64_t ActivityInterface::GetLastTime(uint64_t pid, uint32_t activity, uint32_t eventType) {
     for (const FirstReport& entry : firstReport) {
