@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 
 #include "ActivityTestSupport.h"
+#include "simulated_zel_client.h"
 
 namespace {
 
@@ -29,6 +30,40 @@ TEST(ActivityZelNoMotionTest, LookupFailureBindsNothing) {
     iface.clear();
     service.clear();
     EXPECT_FALSE(loaded());
+}
+
+// The interface re-created over the library without "ZelMotionEnable", after an earlier one bound
+// the whole library and switched a pair on in it: the pair stays in the library's list, but the
+// half-bound library is asked for nothing, not even for the current state. The program does not
+// link the library, so its controls are looked up in the variant loaded at the moment.
+template <typename Function>
+Function control(void* library, const char* symbol) {
+    return reinterpret_cast<Function>(dlsym(library, symbol));
+}
+
+TEST(ActivityZelNoMotionTest, HalfBoundLibraryIsNotAskedForState) {
+    ::android::base::SetProperty("ro.odm.config.zel_service_enable", "true");
+    // Loaded first by its path, the whole library is the one the first interface binds.
+    void* whole = dlopen(AR_ZEL_CLIENT_DIR "/libZelClient.so", RTLD_NOW);
+    ASSERT_NE(nullptr, whole);
+    control<void (*)(std::vector<int32_t>)>(
+            whole, "_ZN13simulated_zel9setConfigESt6vectorIiSaIiEE")({1 << 3});
+    auto service = fetchService();
+    auto iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
+    dlclose(whole);
+    EXPECT_EQ(0, iface->enableActivityEvent(3, 1, 1000000000));
+    iface.clear();
+    service.clear();
+    ASSERT_FALSE(loaded());
+
+    service = fetchService();
+    iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
+    void* half = dlopen("libZelClient.so", RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(nullptr, half);
+    iface->getCurrentActivityV1_1([](const auto&) {});
+    EXPECT_TRUE(control<std::vector<simulated_zel::Call> (*)()>(half, "_ZN13simulated_zel5callsEv")()
+                        .empty());
+    dlclose(half);
 }
 
 }  // namespace
