@@ -88,6 +88,15 @@ TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
          on(100, 3, 2, kS, {}),  // still routed, nothing to send it with
          on(200, 3, 2, kS, {}),
          off(200, 3, 2, {})});  // another request remains: nothing to re-send it with either
+    // Extended requests of a routed pair: one left after a disable is not re-sent either.
+    for (int pid : {500, 600}) {
+        ScopedCallingIdentity guard(pid);
+        EXPECT_EQ(0, iface->enableActivityEventExtend(3, 1, kS, params(2)));
+    }
+    {
+        ScopedCallingIdentity guard(600);
+        EXPECT_EQ(0, iface->disableActivityEvent(3, 1));
+    }
     // The library's list outlived it, but nothing of the library is called: no state query, no
     // modem update.
     iface->getCurrentActivityV1_1([](const auto&) {});
