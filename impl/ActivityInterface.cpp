@@ -1181,12 +1181,10 @@ EnableToNativeData ActivityInterface::FindEnableToNativeData(
 int ActivityInterface::FindEnableToNativeDataIndex(uint32_t activity, uint32_t eventType,
                                                    const std::vector<EnableToNativeData>& list) {
     if (list.empty()) return -1;
-    for (size_t i = 0; i < list.size(); ++i) {
-        if (list[i].activity == activity && list[i].eventType == eventType) {
-            return static_cast<int>(i);
-        }
-    }
-    return 0;
+    const auto found = std::find_if(list.begin(), list.end(), [&](const EnableToNativeData& entry) {
+        return entry.activity == activity && entry.eventType == eventType;
+    });
+    return found == list.end() ? 0 : static_cast<int>(found - list.begin());
 }
 
 // Deliberate: true when the pair is NOT in the list. Guarded by the test scenario
