@@ -545,15 +545,18 @@ struct IntakeLists {
     std::vector<EventResponseData>& lastEvents;
     std::vector<uint64_t>& pids;
     std::vector<std::vector<V1_1::ActivityEventV1_1>>& eventsByPid;
-    EventResponseData* lastData = nullptr;
-    size_t lastCount = 0;
-    std::vector<V1_1::ActivityEventV1_1>* buffers = nullptr;
+    EventResponseData* lastData;
+    size_t lastCount;
+    std::vector<V1_1::ActivityEventV1_1>* buffers;
 
     IntakeLists(std::vector<EventResponseData>& last, std::vector<uint64_t>& pidList,
                 std::vector<std::vector<V1_1::ActivityEventV1_1>>& buffersByPid)
-        : lastEvents(last), pids(pidList), eventsByPid(buffersByPid) {
-        Reread();
-    }
+        : lastEvents(last),
+          pids(pidList),
+          eventsByPid(buffersByPid),
+          lastData(last.data()),
+          lastCount(last.size()),
+          buffers(buffersByPid.data()) {}
     // After an append, which may move a list.
     void Reread() {
         lastData = lastEvents.data();
