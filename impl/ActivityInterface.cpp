@@ -45,6 +45,7 @@
 #include <limits>
 #include <new>
 #include <set>
+#include <string_view>
 
 #include "StateDump.h"
 
@@ -124,9 +125,7 @@ other_params ToLegacyParamsTruncating(const V1_0::OtherParams& params) {
 // Truncation toward zero; values beyond the 32-bit range saturate and NaN gives 0.
 int32_t TruncateToInt32(double value) {
     if (isnan(value)) return 0;
-    if (value >= 2147483647.0) return INT32_MAX;
-    if (value <= -2147483648.0) return INT32_MIN;
-    return static_cast<int32_t>(value);
+    return static_cast<int32_t>(std::clamp(value, -2147483648.0, 2147483647.0));
 }
 
 const char* LoaderError() {
@@ -172,7 +171,7 @@ std::vector<EventResponseData> ActivityInterface::mLastActivityEvent;
 std::vector<EnableRequestData> ActivityInterface::mEventData;
 std::vector<FirstReport> ActivityInterface::firstReport;
 std::vector<uint64_t> ActivityInterface::packageNames;
-uint64_t ActivityInterface::sEventListsGeneration = 0;
+uint64_t ActivityInterface::sEventListsGeneration;       // zero-initialised, like every static
 static std::set<int32_t> g_zelSupportedActivities;       // activities routed to the library
 static std::vector<EnableToNativeData> g_zelEnableData;  // pairs on in the library; not locked
 static void* g_zelHandle = nullptr;
@@ -664,8 +663,7 @@ void ActivityInterface::ZelNotify(int32_t status, int32_t byteLength,
     // Records past the end of the storage are never read, whatever the byte length says; the
     // count logged is still the one the byte length gives.
     const size_t storedRecords = data.size() * sizeof(int32_t) / kZelRecordBytes;
-    const int readable =
-            static_cast<size_t>(count) > storedRecords ? static_cast<int>(storedRecords) : count;
+    const int readable = static_cast<int>(std::min(static_cast<size_t>(count), storedRecords));
     std::vector<activity_event> events(readable);
     for (int i = 0; i < readable; ++i) {
         memcpy(&events[i],
@@ -1493,8 +1491,9 @@ namespace {
 // and backslashes as \xHH.
 std::string QuotedExtra(const other_params& params) {
     std::string text = "\"";
-    for (size_t i = 0; i < sizeof(params.extra) && params.extra[i] != '\0'; ++i) {
-        const unsigned char c = static_cast<unsigned char>(params.extra[i]);
+    for (const char byte :
+         std::string_view(params.extra, strnlen(params.extra, sizeof(params.extra)))) {
+        const unsigned char c = static_cast<unsigned char>(byte);
         if (c >= 0x20 && c < 0x7f && c != '"' && c != '\\') {
             text += static_cast<char>(c);
         } else {
