@@ -78,7 +78,7 @@ TEST_F(ActivityEventsTest, BatchDuringAnEnable) {
     enable(100, 1, 1);
     simulated_legacy::setStateAnswer(simulated_legacy::Side::kActivity,
                                      {{{1, 1, 1000, 0, 0, {}}}, {}, false});
-    simulated_legacy::setHook("enable_activity_event", [] { report(7, {event(1, 1, 10)}); });
+    simulated_legacy::setHook("enable_activity_event", [] { report(200, {event(1, 1, 10)}); });
     EXPECT_EQ(0, enable(200, 1, 1));
     simulated_legacy::setHook("enable_activity_event", {});
     report(200, {event(1, 1, 999), event(1, 1, 1000)});
