@@ -879,7 +879,7 @@ Return<int32_t> ActivityInterface::enableActivityEvent(uint32_t activity, uint32
         } else if (IsZelActivity(activity)) {
             status = g_zelRunCommand == nullptr
                              ? 0
-                             : SendZelEnable("enableActivityEvent", activity, eventType, merged, 0);
+                             : SendZelEnable("enableActivityEvent", activity, eventType, merged);
         } else {
             status = mImpl->enable_activity_event(activity, eventType, merged);
         }
@@ -1275,7 +1275,7 @@ int32_t ActivityInterface::SendZelEnable(const char* caller, uint32_t activity, 
 
 int32_t ActivityInterface::ZelEnableEvent(uint32_t activity, uint32_t eventType,
                                           int64_t reportLatencyNs) {
-    return SendZelEnable("ZelEnableEvent", activity, eventType, reportLatencyNs, 0);
+    return SendZelEnable("ZelEnableEvent", activity, eventType, reportLatencyNs);
 }
 
 int32_t ActivityInterface::ZelEnableEventExtend(uint32_t activity, uint32_t eventType,

@@ -195,7 +195,7 @@ struct ActivityInterface : public V1_1::IActivityInterface {
                                     uint32_t noWake);
     static std::string BuildZelEnableStr();
     static int32_t SendZelEnable(const char* caller, uint32_t activity, uint32_t eventType,
-                                 int64_t reportLatencyNs, uint32_t noWake,
+                                 int64_t reportLatencyNs, uint32_t noWake = 0,
                                  bool commaBeforeCode = false);
     static int32_t RunZelCommand(const char* command, const std::string& param);
     static std::vector<ar_context_event> ZelStateRecords();
