@@ -34,8 +34,8 @@ TEST(ActivityZelNoMotionTest, LookupFailureBindsNothing) {
 
 // The interface re-created over the library without "ZelMotionEnable", after an earlier one bound
 // the whole library and switched a pair on in it: the pair stays in the library's list, but the
-// half-bound library is asked for nothing, not even for the current state. The program does not
-// link the library, so its controls are looked up in the variant loaded at the moment.
+// half-bound library is asked for nothing. The program does not link the library, so its controls
+// are looked up in the variant loaded at the moment.
 template <typename Function>
 Function control(void* library, const char* symbol) {
     return reinterpret_cast<Function>(dlsym(library, symbol));
@@ -60,6 +60,12 @@ TEST(ActivityZelNoMotionTest, HalfBoundLibraryIsNotAskedForState) {
     iface = service->getActivityInterfaceV1_1().withDefault(nullptr);
     void* half = dlopen("libZelClient.so", RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(nullptr, half);
+    // Nothing of it is called: not to switch the routed pair on again, not for a modem update
+    // (the library's list is not empty), not for the current state.
+    EXPECT_EQ(0, iface->enableActivityEvent(3, 2, 1000000000));
+    ar::V1_0::OtherParams params;
+    params.params[0] = 2;
+    EXPECT_EQ(0, iface->enableActivityEventExtend(64, 1, 1000000000, params));
     iface->getCurrentActivityV1_1([](const auto&) {});
     EXPECT_TRUE(control<std::vector<simulated_zel::Call> (*)()>(half, "_ZN13simulated_zel5callsEv")()
                         .empty());
