@@ -8,11 +8,11 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 #include <utils/Mutex.h>
 
 #include <new>
+#include <string_view>
 
 #include "StateDump.h"
 
@@ -148,26 +148,31 @@ int FirstFd(const hidl_handle& handle) {
     return native->data[0];
 }
 
-// 0 once all of the text is written, else the errno of the write that failed.
-int WriteAll(int fd, bool socket, const std::string& text) {
-    size_t written = 0;
-    while (written < text.size()) {
-        const char* data = text.data() + written;
-        const size_t size = text.size() - written;
-        const ssize_t n = socket ? send(fd, data, size, MSG_NOSIGNAL) : write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return n < 0 ? errno : EIO;
-        written += static_cast<size_t>(n);
+// Writes until all of the text is out or a write fails; a write that a signal interrupted before
+// it wrote anything is made again.
+void WriteAll(int fd, bool socket, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t n = socket ? send(fd, text.data(), text.size(), MSG_NOSIGNAL)
+                                 : write(fd, text.data(), text.size());
+        if (n != -1) {
+            text.remove_prefix(static_cast<size_t>(n));
+        } else if (errno != EINTR) {
+            return;
+        }
     }
-    return 0;
+}
+
+bool PipeSignalPending() {
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
 }
 
 // Writes the text, giving up at the first error (a closed or read-only fd writes nothing). A
 // reader that has gone must not kill the process, and signal dispositions are the process's to
 // set, not ours: a socket is written with send(MSG_NOSIGNAL); anything else (a pipe, a file) with
 // write() while SIGPIPE is blocked on this thread, and the SIGPIPE that a failed write raised is
-// taken off this thread's pending set before the mask is restored. A SIGPIPE that was pending
-// before is left for its owner.
+// taken before the mask is restored (it is pending, so the wait returns at once). A SIGPIPE that
+// was pending before is left for its owner.
 void WriteReport(int fd, const std::string& text) {
     struct stat info;
     if (fstat(fd, &info) != 0) return;
@@ -177,16 +182,14 @@ void WriteReport(int fd, const std::string& text) {
     }
     sigset_t pipeSignal;
     sigset_t saved;
-    sigset_t pending;
     sigemptyset(&pipeSignal);
     sigaddset(&pipeSignal, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipeSignal, &saved);
-    const bool alreadyPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-    if (WriteAll(fd, false, text) == EPIPE && !alreadyPending) {
-        // Without a wait the call neither sleeps nor is interrupted: it takes the SIGPIPE if the
-        // write raised one, and otherwise answers at once.
-        const struct timespec noWait = {0, 0};
-        sigtimedwait(&pipeSignal, nullptr, &noWait);
+    const bool alreadyPending = PipeSignalPending();
+    WriteAll(fd, false, text);
+    if (!alreadyPending && PipeSignalPending()) {
+        int taken;
+        sigwait(&pipeSignal, &taken);
     }
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);
 }
