@@ -61,6 +61,18 @@ bool ValidCurrentAnswer(int count, const ar_context_event* records) {
     return count >= 1 && count <= kMaxCurrentEnvironments && records != nullptr;
 }
 
+// Removes the object's entry (a map holds an object at most once); whether there was one.
+template <typename Callback>
+bool RemoveClient(KeyedVector<sp<Callback>, uint64_t>* clients, const wp<IBase>& who) {
+    for (size_t i = 0; i < clients->size(); ++i) {
+        if (who == clients->keyAt(i)) {
+            clients->removeItemsAt(i);
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 bool EnvironmentInterface::sInterfaceExists = false;
@@ -198,21 +210,14 @@ void EnvironmentInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who
     }
 
     Mutex::Autolock lock(mListMutex);
-    for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
-        if (who == mClientVectorV1_1.keyAt(i)) {
-            mClientVectorV1_1.removeItemsAt(i);
-            ALOGI("######V1_1 ENV Match, remainder cb[%d]!!!######",
-                  static_cast<int>(mClientVectorV1_1.size()));
-            break;
-        }
+    if (RemoveClient(&mClientVectorV1_1, who)) {
+        ALOGI("######V1_1 ENV Match, remainder cb[%d]!!!######",
+              static_cast<int>(mClientVectorV1_1.size()));
     }
-    for (size_t i = 0; i < mClientVectorV1_0.size(); ++i) {
-        if (who == mClientVectorV1_0.keyAt(i)) {
-            mClientVectorV1_0.removeItemsAt(i);
-            ALOGI("######V1_0 ENV Match, remainder cb[%d]!!!######",
-                  static_cast<int>(mClientVectorV1_0.size()));
-            return;
-        }
+    if (RemoveClient(&mClientVectorV1_0, who)) {
+        ALOGI("######V1_0 ENV Match, remainder cb[%d]!!!######",
+              static_cast<int>(mClientVectorV1_0.size()));
+        return;
     }
     // Only the version 1.0 outcome decides this line.
     ALOGI("finish");
