@@ -6,6 +6,7 @@
 #include <log/log.h>
 #include <string.h>
 
+#include <algorithm>
 #include <new>
 
 #include "ActivityInterface.h"
@@ -232,14 +233,12 @@ void EnvironmentInterface::EnvChangedCb(const ar_context_event* events, int coun
         ALOGE("(%s:%d) Invalid envChangedCb. Count: %d", "EnvChangedCb", 73, count);
         return;
     }
-    std::vector<V1_1::ActivityEventExtendV1_1> eventsV1_1;
-    std::vector<V1_0::ActivityEventExtend> eventsV1_0;
-    eventsV1_1.reserve(count);
-    eventsV1_0.reserve(count);
-    for (int i = 0; i < count; ++i) {
-        eventsV1_1.push_back(ActivityInterface::convertACEToAEEV1_1(events[i]));
-        eventsV1_0.push_back(ActivityInterface::convertACEToAEEV1_0(events[i]));
-    }
+    std::vector<V1_1::ActivityEventExtendV1_1> eventsV1_1(count);
+    std::vector<V1_0::ActivityEventExtend> eventsV1_0(count);
+    std::transform(events, events + count, eventsV1_1.begin(),
+                   ActivityInterface::convertACEToAEEV1_1);
+    std::transform(events, events + count, eventsV1_0.begin(),
+                   ActivityInterface::convertACEToAEEV1_0);
 
     Mutex::Autolock lock(mListMutex);
     for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
