@@ -38,11 +38,8 @@ ActivityRecognition::~ActivityRecognition() {
         mDevice->common.close(&mDevice->common);
     }
     ALOGI("Deconstruct ActivityRecognition");
-    mDevice = nullptr;
-    mModule = nullptr;
-    // The interfaces may outlive this object while clients hold them.
-    mEnvironmentInterface.clear();
-    mActivityInterface.clear();
+    // The members then release the environment interface, then the activity interface (their
+    // order of declaration, reversed); either may outlive this object while clients hold it.
 }
 
 // Creation happens in the 1.1 getter; its answer is dropped and the stored interface returned.

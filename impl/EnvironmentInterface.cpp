@@ -103,7 +103,6 @@ EnvironmentInterface::~EnvironmentInterface() {
     sInterfaceExists = false;
     mClientVectorV1_1.clear();
     mClientVectorV1_0.clear();
-    mDeathRecipient.clear();
 }
 
 EnvironmentInterface::RemoteListenerHidlDeathRecipient::RemoteListenerHidlDeathRecipient(
