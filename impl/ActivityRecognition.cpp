@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 #include <utils/Mutex.h>
 
@@ -159,17 +160,12 @@ void WriteAll(int fd, bool socket, std::string_view text) {
     }
 }
 
-bool PipeSignalPending() {
-    sigset_t pending;
-    return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-}
-
 // Writes the text, giving up at the first error (a closed or read-only fd writes nothing). A
 // reader that has gone must not kill the process, and signal dispositions are the process's to
 // set, not ours: a socket is written with send(MSG_NOSIGNAL); anything else (a pipe, a file) with
-// write() while SIGPIPE is blocked on this thread, and the SIGPIPE that a failed write raised is
-// taken before the mask is restored (it is pending, so the wait returns at once). A SIGPIPE that
-// was pending before is left for its owner.
+// write() while SIGPIPE is blocked on this thread, and the SIGPIPE that a failed write raised, if
+// any, is taken without waiting before the mask is restored. A SIGPIPE that was pending before is
+// left for its owner.
 void WriteReport(int fd, const std::string& text) {
     struct stat info;
     if (fstat(fd, &info) != 0) return;
@@ -179,14 +175,15 @@ void WriteReport(int fd, const std::string& text) {
     }
     sigset_t pipeSignal;
     sigset_t saved;
+    sigset_t pending;
     sigemptyset(&pipeSignal);
     sigaddset(&pipeSignal, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipeSignal, &saved);
-    const bool alreadyPending = PipeSignalPending();
+    const bool alreadyPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
     WriteAll(fd, false, text);
-    if (!alreadyPending && PipeSignalPending()) {
-        int taken;
-        sigwait(&pipeSignal, &taken);
+    if (!alreadyPending) {
+        const struct timespec noWait = {};
+        sigtimedwait(&pipeSignal, nullptr, &noWait);
     }
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);
 }

@@ -90,6 +90,20 @@ TEST_F(DebugTest, HandlesThatCannotTakeTheReportGetNothing) {
     sigset_t pending, blocked;
     ASSERT_EQ(0, sigpending(&pending) | pthread_sigmask(SIG_BLOCK, nullptr, &blocked));
     EXPECT_FALSE(sigismember(&pending, SIGPIPE) || sigismember(&blocked, SIGPIPE));
+    // A SIGPIPE that was pending before the dump stays pending.
+    returns([&] {
+        sigset_t pipeSignal;
+        sigemptyset(&pipeSignal);
+        sigaddset(&pipeSignal, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+        pthread_kill(pthread_self(), SIGPIPE);
+        native_handle_t* handle = native_handle_create(1, 0);
+        handle->data[0] = pipeFds[1];
+        service->debug(handle, {});
+        native_handle_delete(handle);
+        const struct timespec noWait = {};
+        EXPECT_EQ(SIGPIPE, sigtimedwait(&pipeSignal, nullptr, &noWait));
+    });
     EXPECT_TRUE(log.lines().empty());
     for (int fd : {pipeFds[1], sockets[0], file, readOnly}) close(fd);
 }
