@@ -248,12 +248,13 @@ void EnvironmentInterface::EnvChangedCb(const ar_context_event* events, int coun
         const uint64_t pid = mClientVectorV1_1.valueAt(i);
         if (callback == nullptr) {
             ALOGE("envChangedCb V1_1 callback is nullptr, PID[%lu]", pid);
-            continue;
-        }
-        hidl_vec<V1_1::ActivityEventExtendV1_1> copy(eventsV1_1);
-        Return<void> ret = callback->onEnvironmentChangedV1_1(copy);
-        if (!ret.isOk()) {
-            ALOGE("%s: Unable to invoke onEnvironmentChanged V1_1, PID[%lu]", "EnvChangedCb", pid);
+        } else {
+            hidl_vec<V1_1::ActivityEventExtendV1_1> copy(eventsV1_1);
+            Return<void> ret = callback->onEnvironmentChangedV1_1(copy);
+            if (!ret.isOk()) {
+                ALOGE("%s: Unable to invoke onEnvironmentChanged V1_1, PID[%lu]", "EnvChangedCb",
+                      pid);
+            }
         }
     }
     env_extend_changed_cb_v1_0(eventsV1_0);
@@ -270,13 +271,13 @@ void EnvironmentInterface::env_extend_changed_cb_v1_0(
         const uint64_t pid = mClientVectorV1_0.valueAt(i);
         if (callback == nullptr) {
             ALOGE("onEnvironmentChanged V1_0 callback is nullptr, PID[%lu]", pid);
-            continue;
-        }
-        hidl_vec<V1_0::ActivityEventExtend> copy(events);
-        Return<void> ret = callback->onEnvironmentChanged(copy);
-        if (!ret.isOk()) {
-            ALOGE("%s: Unable to invoke onEnvironmentChanged V1_0 PID[%lu]",
-                  "env_extend_changed_cb_v1_0", pid);
+        } else {
+            hidl_vec<V1_0::ActivityEventExtend> copy(events);
+            Return<void> ret = callback->onEnvironmentChanged(copy);
+            if (!ret.isOk()) {
+                ALOGE("%s: Unable to invoke onEnvironmentChanged V1_0 PID[%lu]",
+                      "env_extend_changed_cb_v1_0", pid);
+            }
         }
     }
 }
