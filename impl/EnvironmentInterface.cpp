@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <memory>
 #include <new>
 
 #include "ActivityInterface.h"
@@ -299,7 +300,7 @@ Return<void> EnvironmentInterface::getSupportedEnvironmentsList(
         _hidl_cb({});
         return Void();
     }
-    hidl_string* names = new (std::nothrow) hidl_string[count];
+    std::unique_ptr<hidl_string[]> names(new (std::nothrow) hidl_string[count]);
     if (names == nullptr) {
         // The one answer that never reaches the caller.
         ALOGE("env new failed");
@@ -307,9 +308,8 @@ Return<void> EnvironmentInterface::getSupportedEnvironmentsList(
     }
     for (int i = 0; i < count; ++i) names[i] = list[i];
     hidl_vec<hidl_string> environments;
-    environments.setToExternal(names, count);
+    environments.setToExternal(names.get(), count);
     _hidl_cb(environments);
-    delete[] names;
     return Void();
 }
 
