@@ -41,8 +41,7 @@ uint64_t CallingPidOrOne(const char* noThreadStateText) {
 // A text of exactly 32 bytes fills the field and carries no terminator; a shorter one is followed
 // by the zeros of the cleared field.
 other_params ToLegacyParams(const V1_0::OtherParams& params) {
-    other_params out;
-    memset(&out, 0, sizeof(out));
+    other_params out = {};
     for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
     memcpy(out.extra, params.extra.c_str(), params.extra.size());
     return out;
