@@ -13,6 +13,7 @@
 #include <utils/Mutex.h>
 
 #include <new>
+#include <string_view>
 
 #include "StateDump.h"
 
@@ -38,11 +39,8 @@ ActivityRecognition::~ActivityRecognition() {
         mDevice->common.close(&mDevice->common);
     }
     ALOGI("Deconstruct ActivityRecognition");
-    mDevice = nullptr;
-    mModule = nullptr;
-    // The interfaces may outlive this object while clients hold them.
-    mEnvironmentInterface.clear();
-    mActivityInterface.clear();
+    // The members then release the environment interface, then the activity interface (their
+    // order of declaration, reversed); either may outlive this object while clients hold it.
 }
 
 // Creation happens in the 1.1 getter; its answer is dropped and the stored interface returned.
@@ -148,26 +146,26 @@ int FirstFd(const hidl_handle& handle) {
     return native->data[0];
 }
 
-// 0 once all of the text is written, else the errno of the write that failed.
-int WriteAll(int fd, bool socket, const std::string& text) {
-    size_t written = 0;
-    while (written < text.size()) {
-        const char* data = text.data() + written;
-        const size_t size = text.size() - written;
-        const ssize_t n = socket ? send(fd, data, size, MSG_NOSIGNAL) : write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return n < 0 ? errno : EIO;
-        written += static_cast<size_t>(n);
+// Writes until all of the text is out or a write fails; a write that a signal interrupted before
+// it wrote anything is made again.
+void WriteAll(int fd, bool socket, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t n = socket ? send(fd, text.data(), text.size(), MSG_NOSIGNAL)
+                                 : write(fd, text.data(), text.size());
+        if (n != -1) {
+            text.remove_prefix(static_cast<size_t>(n));
+        } else if (errno != EINTR) {
+            return;
+        }
     }
-    return 0;
 }
 
 // Writes the text, giving up at the first error (a closed or read-only fd writes nothing). A
 // reader that has gone must not kill the process, and signal dispositions are the process's to
 // set, not ours: a socket is written with send(MSG_NOSIGNAL); anything else (a pipe, a file) with
-// write() while SIGPIPE is blocked on this thread, and the SIGPIPE that a failed write raised is
-// taken off this thread's pending set before the mask is restored. A SIGPIPE that was pending
-// before is left for its owner.
+// write() while SIGPIPE is blocked on this thread, and the SIGPIPE that a failed write raised, if
+// any, is taken without waiting before the mask is restored. A SIGPIPE that was pending before is
+// left for its owner.
 void WriteReport(int fd, const std::string& text) {
     struct stat info;
     if (fstat(fd, &info) != 0) return;
@@ -182,10 +180,9 @@ void WriteReport(int fd, const std::string& text) {
     sigaddset(&pipeSignal, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipeSignal, &saved);
     const bool alreadyPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-    if (WriteAll(fd, false, text) == EPIPE && !alreadyPending) {
-        // Without a wait the call neither sleeps nor is interrupted: it takes the SIGPIPE if the
-        // write raised one, and otherwise answers at once.
-        const struct timespec noWait = {0, 0};
+    WriteAll(fd, false, text);
+    if (!alreadyPending) {
+        const struct timespec noWait = {};
         sigtimedwait(&pipeSignal, nullptr, &noWait);
     }
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);

@@ -70,6 +70,8 @@ struct ActivityRecognition : public V1_1::IActivityRecognition {
 
     activity_recognition_device* mDevice;
     activity_recognition_module* mModule;
+    // Declared before mEnvironmentInterface, so released after it; guarded by
+    // ServiceTest.DestructorClosesOnceThenReleasesEnvironmentThenActivity.
     sp<ActivityInterface> mActivityInterface GUARDED_BY(sActivityInterfaceLock);
     // Not locked, by design: the environment getter is not serialised.
     sp<EnvironmentInterface> mEnvironmentInterface;

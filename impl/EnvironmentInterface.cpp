@@ -6,6 +6,8 @@
 #include <log/log.h>
 #include <string.h>
 
+#include <algorithm>
+#include <memory>
 #include <new>
 
 #include "ActivityInterface.h"
@@ -39,8 +41,7 @@ uint64_t CallingPidOrOne(const char* noThreadStateText) {
 // A text of exactly 32 bytes fills the field and carries no terminator; a shorter one is followed
 // by the zeros of the cleared field.
 other_params ToLegacyParams(const V1_0::OtherParams& params) {
-    other_params out;
-    memset(&out, 0, sizeof(out));
+    other_params out = {};
     for (size_t i = 0; i < 4; ++i) out.params[i] = params.params[i];
     memcpy(out.extra, params.extra.c_str(), params.extra.size());
     return out;
@@ -59,6 +60,18 @@ int32_t ConvertResult(int legacyResult) {
 bool ValidCurrentAnswer(int count, const ar_context_event* records) {
     constexpr int kMaxCurrentEnvironments = 5;
     return count >= 1 && count <= kMaxCurrentEnvironments && records != nullptr;
+}
+
+// Removes the object's entry (a map holds an object at most once); whether there was one.
+template <typename Callback>
+bool RemoveClient(KeyedVector<sp<Callback>, uint64_t>* clients, const wp<IBase>& who) {
+    for (size_t i = 0; i < clients->size(); ++i) {
+        if (who == clients->keyAt(i)) {
+            clients->removeItemsAt(i);
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace
@@ -90,7 +103,6 @@ EnvironmentInterface::~EnvironmentInterface() {
     sInterfaceExists = false;
     mClientVectorV1_1.clear();
     mClientVectorV1_0.clear();
-    mDeathRecipient.clear();
 }
 
 EnvironmentInterface::RemoteListenerHidlDeathRecipient::RemoteListenerHidlDeathRecipient(
@@ -198,21 +210,14 @@ void EnvironmentInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who
     }
 
     Mutex::Autolock lock(mListMutex);
-    for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
-        if (who == mClientVectorV1_1.keyAt(i)) {
-            mClientVectorV1_1.removeItemsAt(i);
-            ALOGI("######V1_1 ENV Match, remainder cb[%d]!!!######",
-                  static_cast<int>(mClientVectorV1_1.size()));
-            break;
-        }
+    if (RemoveClient(&mClientVectorV1_1, who)) {
+        ALOGI("######V1_1 ENV Match, remainder cb[%d]!!!######",
+              static_cast<int>(mClientVectorV1_1.size()));
     }
-    for (size_t i = 0; i < mClientVectorV1_0.size(); ++i) {
-        if (who == mClientVectorV1_0.keyAt(i)) {
-            mClientVectorV1_0.removeItemsAt(i);
-            ALOGI("######V1_0 ENV Match, remainder cb[%d]!!!######",
-                  static_cast<int>(mClientVectorV1_0.size()));
-            return;
-        }
+    if (RemoveClient(&mClientVectorV1_0, who)) {
+        ALOGI("######V1_0 ENV Match, remainder cb[%d]!!!######",
+              static_cast<int>(mClientVectorV1_0.size()));
+        return;
     }
     // Only the version 1.0 outcome decides this line.
     ALOGI("finish");
@@ -227,14 +232,12 @@ void EnvironmentInterface::EnvChangedCb(const ar_context_event* events, int coun
         ALOGE("(%s:%d) Invalid envChangedCb. Count: %d", "EnvChangedCb", 73, count);
         return;
     }
-    std::vector<V1_1::ActivityEventExtendV1_1> eventsV1_1;
-    std::vector<V1_0::ActivityEventExtend> eventsV1_0;
-    eventsV1_1.reserve(count);
-    eventsV1_0.reserve(count);
-    for (int i = 0; i < count; ++i) {
-        eventsV1_1.push_back(ActivityInterface::convertACEToAEEV1_1(events[i]));
-        eventsV1_0.push_back(ActivityInterface::convertACEToAEEV1_0(events[i]));
-    }
+    std::vector<V1_1::ActivityEventExtendV1_1> eventsV1_1(count);
+    std::vector<V1_0::ActivityEventExtend> eventsV1_0(count);
+    std::transform(events, events + count, eventsV1_1.begin(),
+                   ActivityInterface::convertACEToAEEV1_1);
+    std::transform(events, events + count, eventsV1_0.begin(),
+                   ActivityInterface::convertACEToAEEV1_0);
 
     Mutex::Autolock lock(mListMutex);
     for (size_t i = 0; i < mClientVectorV1_1.size(); ++i) {
@@ -245,12 +248,13 @@ void EnvironmentInterface::EnvChangedCb(const ar_context_event* events, int coun
         const uint64_t pid = mClientVectorV1_1.valueAt(i);
         if (callback == nullptr) {
             ALOGE("envChangedCb V1_1 callback is nullptr, PID[%lu]", pid);
-            continue;
-        }
-        hidl_vec<V1_1::ActivityEventExtendV1_1> copy(eventsV1_1);
-        Return<void> ret = callback->onEnvironmentChangedV1_1(copy);
-        if (!ret.isOk()) {
-            ALOGE("%s: Unable to invoke onEnvironmentChanged V1_1, PID[%lu]", "EnvChangedCb", pid);
+        } else {
+            hidl_vec<V1_1::ActivityEventExtendV1_1> copy(eventsV1_1);
+            Return<void> ret = callback->onEnvironmentChangedV1_1(copy);
+            if (!ret.isOk()) {
+                ALOGE("%s: Unable to invoke onEnvironmentChanged V1_1, PID[%lu]", "EnvChangedCb",
+                      pid);
+            }
         }
     }
     env_extend_changed_cb_v1_0(eventsV1_0);
@@ -267,13 +271,13 @@ void EnvironmentInterface::env_extend_changed_cb_v1_0(
         const uint64_t pid = mClientVectorV1_0.valueAt(i);
         if (callback == nullptr) {
             ALOGE("onEnvironmentChanged V1_0 callback is nullptr, PID[%lu]", pid);
-            continue;
-        }
-        hidl_vec<V1_0::ActivityEventExtend> copy(events);
-        Return<void> ret = callback->onEnvironmentChanged(copy);
-        if (!ret.isOk()) {
-            ALOGE("%s: Unable to invoke onEnvironmentChanged V1_0 PID[%lu]",
-                  "env_extend_changed_cb_v1_0", pid);
+        } else {
+            hidl_vec<V1_0::ActivityEventExtend> copy(events);
+            Return<void> ret = callback->onEnvironmentChanged(copy);
+            if (!ret.isOk()) {
+                ALOGE("%s: Unable to invoke onEnvironmentChanged V1_0 PID[%lu]",
+                      "env_extend_changed_cb_v1_0", pid);
+            }
         }
     }
 }
@@ -295,7 +299,7 @@ Return<void> EnvironmentInterface::getSupportedEnvironmentsList(
         _hidl_cb({});
         return Void();
     }
-    hidl_string* names = new (std::nothrow) hidl_string[count];
+    std::unique_ptr<hidl_string[]> names(new (std::nothrow) hidl_string[count]);
     if (names == nullptr) {
         // The one answer that never reaches the caller.
         ALOGE("env new failed");
@@ -303,9 +307,8 @@ Return<void> EnvironmentInterface::getSupportedEnvironmentsList(
     }
     for (int i = 0; i < count; ++i) names[i] = list[i];
     hidl_vec<hidl_string> environments;
-    environments.setToExternal(names, count);
+    environments.setToExternal(names.get(), count);
     _hidl_cb(environments);
-    delete[] names;
     return Void();
 }
 

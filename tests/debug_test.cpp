@@ -90,8 +90,80 @@ TEST_F(DebugTest, HandlesThatCannotTakeTheReportGetNothing) {
     sigset_t pending, blocked;
     ASSERT_EQ(0, sigpending(&pending) | pthread_sigmask(SIG_BLOCK, nullptr, &blocked));
     EXPECT_FALSE(sigismember(&pending, SIGPIPE) || sigismember(&blocked, SIGPIPE));
+    // A SIGPIPE that was pending before the dump stays pending.
+    returns([&] {
+        sigset_t pipeSignal;
+        sigemptyset(&pipeSignal);
+        sigaddset(&pipeSignal, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+        pthread_kill(pthread_self(), SIGPIPE);
+        native_handle_t* handle = native_handle_create(1, 0);
+        handle->data[0] = pipeFds[1];
+        service->debug(handle, {});
+        native_handle_delete(handle);
+        const struct timespec noWait = {};
+        EXPECT_EQ(SIGPIPE, sigtimedwait(&pipeSignal, nullptr, &noWait));
+    });
     EXPECT_TRUE(log.lines().empty());
     for (int fd : {pipeFds[1], sockets[0], file, readOnly}) close(fd);
+}
+
+// A live reader gets the whole report on any fd, 0 included, a socket's too; a write that a
+// signal interrupts before it wrote anything is made again.
+TEST_F(DebugTest, LiveReadersGetTheWholeReport) {
+    const std::string usage = DumpText(service, {"--help"});
+    ASSERT_NE(std::string::npos, usage.find("usage: lshal"));
+    auto readAll = [](int fd) {
+        std::string text;
+        char buffer[4096];
+        for (ssize_t n; (n = read(fd, buffer, sizeof(buffer))) > 0;) text.append(buffer, n);
+        return text;
+    };
+    std::atomic<pthread_t> dumping{};
+    auto dumpTo = [&](int fd) {
+        native_handle_t* handle = native_handle_create(1, 0);
+        handle->data[0] = fd;
+        returns([&] {
+            dumping = pthread_self();
+            service->debug(handle, {"--help"});
+        });
+        native_handle_delete(handle);
+    };
+    int sockets[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sockets));
+    const int stdinCopy = dup(STDIN_FILENO);
+    dup2(sockets[0], STDIN_FILENO);
+    dumpTo(STDIN_FILENO);
+    dup2(stdinCopy, STDIN_FILENO);
+    for (int fd : {stdinCopy, sockets[0]}) close(fd);
+    EXPECT_EQ(usage, readAll(sockets[1]));
+    close(sockets[1]);
+
+    // A full pipe blocks the write; signals without SA_RESTART interrupt it until the pipe drains.
+    struct sigaction interrupt = {}, saved;
+    interrupt.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &interrupt, &saved);
+    int pipeFds[2];
+    ASSERT_EQ(0, pipe2(pipeFds, O_NONBLOCK));
+    std::string filler(4096, 'f');
+    size_t filled = 0;
+    for (size_t size : {filler.size(), size_t{1}}) {
+        for (ssize_t n; (n = write(pipeFds[1], filler.data(), size)) > 0;) filled += n;
+    }
+    for (int fd : pipeFds) fcntl(fd, F_SETFL, 0);
+    dumping = pthread_t{};
+    std::thread writer([&] { dumpTo(pipeFds[1]); });
+    for (int i = 0; i < 20; ++i) {
+        usleep(5000);
+        if (dumping != pthread_t{}) pthread_kill(dumping, SIGUSR1);
+    }
+    for (ssize_t left = filled; left > 0;)
+        left -= read(pipeFds[0], filler.data(), std::min<size_t>(left, filler.size()));
+    writer.join();
+    close(pipeFds[1]);
+    EXPECT_EQ(usage, readAll(pipeFds[0]));
+    close(pipeFds[0]);
+    sigaction(SIGUSR1, &saved, nullptr);
 }
 
 }  // namespace
