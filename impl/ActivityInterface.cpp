@@ -409,9 +409,11 @@ void ActivityInterface::HandleHidlDeath(uint64_t cookie, const wp<IBase>& who) {
         const uint64_t pid = mClientVectorV1_1.valueAt(v1_1);
         {
             ::android::Mutex::Autolock events(eventMutex);
-            for (auto it = mEventData.begin(); it != mEventData.end();) {
-                it = it->pid == pid ? mEventData.erase(it) : it + 1;
-            }
+            mEventData.erase(std::remove_if(mEventData.begin(), mEventData.end(),
+                                            [pid](const EnableRequestData& request) {
+                                                return request.pid == pid;
+                                            }),
+                             mEventData.end());
             ++sEventListsGeneration;
         }
         mClientVectorV1_1.removeItemsAt(v1_1);
