@@ -96,6 +96,18 @@ TEST_F(ActivityClientsTest, DeathUnlinksThePidsFirstRecipient) {
     EXPECT_EQ(std::min(refused->links[0].first, linked->links[0].first), linked->unlinked[0]);
 }
 
+// A 1.1 callback replaced under its pid takes its recipient along: the new callback's death
+// unlinks the recipient it was linked with, whatever the two recipients' addresses.
+TEST_F(ActivityClientsTest, ReplacedCallbackLeavesNoRecipientBehind) {
+    for (int pid = 100; pid < 108; ++pid) {
+        auto replaced = add(1, pid);
+        auto current = add(1, pid);
+        current->die();
+        ASSERT_EQ(1u, current->unlinked.size());
+        EXPECT_EQ(current->links[0].first, current->unlinked[0]);
+    }
+}
+
 TEST_F(ActivityClientsTest, RecipientAllocationFailureRegistersNothing) {
     SKIP_WITHOUT_FAILING_NEW();
     sp<Client> client = new Client(100);
