@@ -781,12 +781,13 @@ void ActivityInterface::ActChangedCbV1_0(const std::vector<V1_0::ActivityEvent>&
         const sp<V1_0::IActivityChangedCallback>& callback = mClientVectorV1_0.keyAt(i);
         if (callback == nullptr) {
             ALOGE("actChangedCb V1_0 callback is nullptr, PID[%lu]", mClientVectorV1_0.valueAt(i));
-            continue;
-        }
-        Return<void> ret = callback->onActivityChangedV1_0(hidl_vec<V1_0::ActivityEvent>(events));
-        if (!ret.isOk()) {
-            ALOGE("%s: Unable to invoke onActivityChangedV1_0 PID[%lu]", "ActChangedCbV1_0",
-                  mClientVectorV1_0.valueAt(i));
+        } else {
+            Return<void> ret =
+                    callback->onActivityChangedV1_0(hidl_vec<V1_0::ActivityEvent>(events));
+            if (!ret.isOk()) {
+                ALOGE("%s: Unable to invoke onActivityChangedV1_0 PID[%lu]", "ActChangedCbV1_0",
+                      mClientVectorV1_0.valueAt(i));
+            }
         }
     }
 }
@@ -811,13 +812,13 @@ void ActivityInterface::ActExtendChangedCb(const ar_context_event* events, int c
         if (callback == nullptr) {
             ALOGE("actExtendChangedCb V1_1 callback is nullptr, PID[%lu]",
                   mClientVectorV1_1.valueAt(i));
-            continue;
-        }
-        Return<void> ret = callback->onActivityExtendChangedV1_1(
-                hidl_vec<V1_1::ActivityEventExtendV1_1>(eventsV1_1));
-        if (!ret.isOk()) {
-            ALOGE("%s: Unable to invoke onActivityExtendChangedV1_1, PID[%lu]",
-                  "ActExtendChangedCb", mClientVectorV1_1.valueAt(i));
+        } else {
+            Return<void> ret = callback->onActivityExtendChangedV1_1(
+                    hidl_vec<V1_1::ActivityEventExtendV1_1>(eventsV1_1));
+            if (!ret.isOk()) {
+                ALOGE("%s: Unable to invoke onActivityExtendChangedV1_1, PID[%lu]",
+                      "ActExtendChangedCb", mClientVectorV1_1.valueAt(i));
+            }
         }
     }
     ActExtendChangedCbV1_0(eventsV1_0);
@@ -830,13 +831,13 @@ void ActivityInterface::ActExtendChangedCbV1_0(const std::vector<V1_0::ActivityE
         if (callback == nullptr) {
             ALOGE("actExtendChangedCb V1_0 callback is nullptr, PID[%lu]",
                   mClientVectorV1_0.valueAt(i));
-            continue;
-        }
-        Return<void> ret =
-                callback->onActivityExtendChangedV1_0(hidl_vec<V1_0::ActivityEventExtend>(events));
-        if (!ret.isOk()) {
-            ALOGE("%s: Unable to invoke onActivityExtendChangedV1_0 PID[%lu]",
-                  "ActExtendChangedCbV1_0", mClientVectorV1_0.valueAt(i));
+        } else {
+            Return<void> ret = callback->onActivityExtendChangedV1_0(
+                    hidl_vec<V1_0::ActivityEventExtend>(events));
+            if (!ret.isOk()) {
+                ALOGE("%s: Unable to invoke onActivityExtendChangedV1_0 PID[%lu]",
+                      "ActExtendChangedCbV1_0", mClientVectorV1_0.valueAt(i));
+            }
         }
     }
 }
@@ -1533,7 +1534,7 @@ void AppendZelBinding(std::string* out) {
     uint32_t mask = 0;
     std::string activities;
     for (int32_t activity : g_zelSupportedActivities) {
-        if (activity >= 0 && activity < 32) mask |= 1u << activity;
+        mask |= 1u << activity;  // the set holds bits of a 32-bit mask
         StringAppendF(&activities, " %d", activity);
     }
     StringAppendF(out, "  AR config : 0x%x, supported activities (%zu):%s\n", mask,
