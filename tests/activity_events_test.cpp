@@ -86,22 +86,29 @@ TEST_F(ActivityEventsTest, BatchDuringAnEnable) {
     EXPECT_EQ((Batches{{10}, {1000}}), take(b->v11));
 }
 
-// An extended enable that the module refuses is rolled back: a batch that the module reported
-// while the enable was under way below reached the request, later batches do not.
-TEST_F(ActivityEventsTest, RefusedExtendedEnableMatchesNothingAfterwards) {
-    auto a = add(1, 100);
-    auto b = add(1, 200);
-    enable(100, 1, 1);
-    simulated_legacy::setResult("enable_activity_event_extend", 1);
-    simulated_legacy::setHook("enable_activity_event_extend", [] { report(7, {event(1, 2, 10)}); });
-    {
-        ScopedCallingIdentity guard(200);
-        EXPECT_EQ(1, iface->enableActivityEventExtend(2, 1, 1000000000, params(1)));
+// An enable that the module refuses, plain or extended, is rolled back: a batch that the module
+// reported while the enable was under way below reached the request, later batches do not.
+TEST_F(ActivityEventsTest, RefusedEnableMatchesNothingAfterwards) {
+    for (const bool extended : {false, true}) {
+        auto a = add(1, 100);
+        auto b = add(1, 200);
+        enable(100, 1, 1);
+        const std::string entry =
+                extended ? "enable_activity_event_extend" : "enable_activity_event";
+        simulated_legacy::setResult(entry, 1);
+        simulated_legacy::setHook(entry, [] { report(7, {event(1, 2, 10)}); });
+        {
+            ScopedCallingIdentity guard(200);
+            EXPECT_EQ(1, extended ? iface->enableActivityEventExtend(2, 1, 1000000000, params(1))
+                                  : iface->enableActivityEvent(2, 1, 1000000000));
+        }
+        simulated_legacy::setHook(entry, {});
+        simulated_legacy::setResult(entry, 0);
+        report(7, {event(1, 1, 20), event(1, 2, 30)});
+        EXPECT_EQ((Batches{{20}}), take(a->v11)) << entry;
+        EXPECT_EQ((Batches{{10}}), take(b->v11)) << entry;
+        disable(100, 1, 1);
     }
-    simulated_legacy::setHook("enable_activity_event_extend", {});
-    report(7, {event(1, 1, 20), event(1, 2, 30)});
-    EXPECT_EQ((Batches{{20}}), take(a->v11));
-    EXPECT_EQ((Batches{{10}}), take(b->v11));
 }
 
 // A failing client is logged and the others are still served. The 1.1 line names the map entry
