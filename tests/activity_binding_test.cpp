@@ -1,6 +1,7 @@
 // Binding of the client library when the interface is created, the interface's life cycle, and
 // the queries.
 #include "ActivityZelSupport.h"
+#include "DumpText.h"
 #include "FailingNew.h"
 
 namespace {
@@ -80,6 +81,10 @@ TEST_F(ActivityBindingTest, RecreatedInterfaceKeepsTheRequests) {
     service.clear();
     EXPECT_EQ(1, log.count(4, "AR_impl", "Deconstruct ActivityInterface"));
     create(false);
+    // The binding of the earlier interface is forgotten with it.
+    EXPECT_NE(std::string::npos,
+              DumpText(service, {"--activity"})
+                      .find("client library: not enabled (libZelClient.so), attempts[0]"));
     run({off(200, 1, 1, {}, 1),  // another request remains, the native list is empty
          off(100, 3, 1, {}),     // the last request, and nothing in the native list to erase
          on(300, 2, 2, kS, {"enable_activity_event(2,2,1000000000)"}),
