@@ -113,15 +113,15 @@ def main():
         return 0
     if args[0] == "--without":
         failed = False
-        for spec in args[1:]:
-            name, function, *rest = spec.split(":")
+        for target in args[1:]:
+            name, function, *rest = target.split(":")
             ordinal = int(rest[0]) if rest else 1
             matches = [i for i, f in locks(os.path.join(IMPL, name)) if f == function]
             if len(matches) < ordinal:
-                print(f"{spec}: no such lock")
+                print(f"{target}: no such lock")
                 failed = True
                 continue
-            failed |= not without_lock(build, name, matches[ordinal - 1], spec)
+            failed |= not without_lock(build, name, matches[ordinal - 1], target)
         return 1 if failed else 0
     sys.exit(__doc__)
 
