@@ -45,38 +45,35 @@ __attribute__((noinline)) Return<void> RecordingClient::record(Call call,
     return ::android::hardware::Void();
 }
 
-Return<void> RecordingClient::onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& e) {
-    received.fetch_add(e.size(), std::memory_order_relaxed);
+// Counts in line; a counting client that answers success does nothing more.
+template <typename T>
+inline Return<void> RecordingClient::deliver(Call call, std::vector<std::vector<T>>* into,
+                                             const hidl_vec<T>& events) {
+    received.fetch_add(events.size(), std::memory_order_relaxed);
     if (mKeep == Keep::kCount && !failing) return ::android::hardware::Void();
-    return record(Call::kActivityV1_0, &got->v10, e);
+    return record(call, into, events);
+}
+
+Return<void> RecordingClient::onActivityChangedV1_0(const hidl_vec<ar::V1_0::ActivityEvent>& e) {
+    return deliver(Call::kActivityV1_0, &got->v10, e);
 }
 Return<void> RecordingClient::onActivityExtendChangedV1_0(
         const hidl_vec<ar::V1_0::ActivityEventExtend>& e) {
-    received.fetch_add(e.size(), std::memory_order_relaxed);
-    if (mKeep == Keep::kCount && !failing) return ::android::hardware::Void();
-    return record(Call::kActivityExtendV1_0, &got->ext10, e);
+    return deliver(Call::kActivityExtendV1_0, &got->ext10, e);
 }
 Return<void> RecordingClient::onActivityChangedV1_1(const hidl_vec<ar::V1_1::ActivityEventV1_1>& e) {
-    received.fetch_add(e.size(), std::memory_order_relaxed);
-    if (mKeep == Keep::kCount && !failing) return ::android::hardware::Void();
-    return record(Call::kActivityV1_1, &got->v11, e);
+    return deliver(Call::kActivityV1_1, &got->v11, e);
 }
 Return<void> RecordingClient::onActivityExtendChangedV1_1(
         const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) {
-    received.fetch_add(e.size(), std::memory_order_relaxed);
-    if (mKeep == Keep::kCount && !failing) return ::android::hardware::Void();
-    return record(Call::kActivityExtendV1_1, &got->ext11, e);
+    return deliver(Call::kActivityExtendV1_1, &got->ext11, e);
 }
 Return<void> RecordingClient::onEnvironmentChanged(const hidl_vec<ar::V1_0::ActivityEventExtend>& e) {
-    received.fetch_add(e.size(), std::memory_order_relaxed);
-    if (mKeep == Keep::kCount && !failing) return ::android::hardware::Void();
-    return record(Call::kEnvironmentV1_0, &got->env10, e);
+    return deliver(Call::kEnvironmentV1_0, &got->env10, e);
 }
 Return<void> RecordingClient::onEnvironmentChangedV1_1(
         const hidl_vec<ar::V1_1::ActivityEventExtendV1_1>& e) {
-    received.fetch_add(e.size(), std::memory_order_relaxed);
-    if (mKeep == Keep::kCount && !failing) return ::android::hardware::Void();
-    return record(Call::kEnvironmentV1_1, &got->env11, e);
+    return deliver(Call::kEnvironmentV1_1, &got->env11, e);
 }
 
 void RecordingClient::die(int link) {

@@ -112,6 +112,8 @@ class RecordingClient : public ar::V1_1::IActivityChangedCallback,
   private:
     template <typename T>
     Return<void> record(Call call, std::vector<std::vector<T>>* into, const hidl_vec<T>& events);
+    template <typename T>
+    Return<void> deliver(Call call, std::vector<std::vector<T>>* into, const hidl_vec<T>& events);
 
     std::mutex mLock;
     Link mLink;
